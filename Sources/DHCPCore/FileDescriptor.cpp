@@ -1,0 +1,28 @@
+#include "DHCPCore/FileDescriptor.hpp"
+
+#include <cerrno>
+#include <utility>
+
+#include <unistd.h>
+
+namespace DHCPCore {
+
+FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
+    if (this != &other) {
+        close();
+        number_ = other.release();
+    }
+    return *this;
+}
+
+void FileDescriptor::close() {
+    if (isOpen()) {
+        const int saved = errno;
+        ::close(release());
+        errno = saved;
+    }
+}
+
+int FileDescriptor::release() { return std::exchange(number_, -1); }
+
+} // namespace DHCPCore

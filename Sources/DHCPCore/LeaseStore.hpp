@@ -1,0 +1,117 @@
+#pragma once
+
+#include "DHCPCore/Addresses.hpp"
+#include "DHCPCore/Date.hpp"
+#include "DHCPCore/EnumText.hpp"
+#include "DHCPCore/PresenceState.hpp"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace DHCPCore {
+
+/// One client's record: which address it has or had, and until when.
+struct Lease {
+    enum class State {
+        offered,   ///< An OFFER is outstanding.
+        bound,     ///< The client was ACKed.
+        released,  ///< The client gave the address back, or chose another server.
+        reclaimed, ///< The server took the address from an offline holder because the range was full.
+    };
+
+    MACAddress mac; ///< The key; never changes.
+    IPv4Address ip;
+    State state = State::offered;
+    Date expiresAt; ///< When the hold on `ip` ends.
+    std::optional<std::string> hostname;    ///< Last sent in option 12.
+    std::optional<std::string> vendorClass; ///< Last sent in option 60.
+    std::optional<std::string> clientID;    ///< Last sent in option 61, printed form.
+    Date firstSeen;
+    Date lastSeen; ///< When the client was last heard from or the record assigned.
+
+    [[nodiscard]] const MACAddress& id() const { return mac; }
+
+    /// Offered or bound, and `now` strictly before `expiresAt`.
+    [[nodiscard]] bool holdsAddress(Date now) const;
+    /// `now` at or after `expiresAt`, whatever the state.
+    [[nodiscard]] bool isExpired(Date now) const { return now >= expiresAt; }
+
+    bool operator==(const Lease&) const = default;
+};
+
+template <>
+struct EnumText<Lease::State> {
+    static constexpr std::array<std::string_view, 4> names{"offered", "bound", "released", "reclaimed"};
+};
+
+/// An address that a client declined.
+struct Quarantine {
+    IPv4Address ip;
+    Date until; ///< Not handed out before this instant.
+    MACAddress reportedBy;
+
+    bool operator==(const Quarantine&) const = default;
+};
+
+/// Who has which address. Records stand in the order of their insertion, and every look-up takes the first match.
+class LeaseTable {
+  public:
+    LeaseTable() = default;
+    LeaseTable(std::vector<Lease> leases, std::vector<Quarantine> quarantine);
+
+    /// At most one record per client, as long as the constructor was given no more.
+    [[nodiscard]] const std::vector<Lease>& leases() const { return leases_; }
+    /// At most one record per address, likewise.
+    [[nodiscard]] const std::vector<Quarantine>& quarantine() const { return quarantine_; }
+
+    /// The client's record, whatever its state or expiry.
+    [[nodiscard]] std::optional<Lease> lease(const MACAddress& mac) const;
+    /// The first record that holds the address at that instant.
+    [[nodiscard]] std::optional<Lease> holder(IPv4Address ip, Date now) const;
+    [[nodiscard]] bool isQuarantined(IPv4Address ip, Date now) const;
+
+    /// Replaces the client's record where it stands, else appends it.
+    void upsert(Lease lease);
+    /// Removes the client's record and returns it; nothing when there is none.
+    std::optional<Lease> remove(const MACAddress& mac);
+    /// Replaces every record of that address by a new one at the end.
+    void addQuarantine(IPv4Address ip, Date until, const MACAddress& reportedBy);
+    /// Removes the records whose time is up at that instant.
+    void pruneQuarantine(Date now);
+    /// Keeps only the leases that hold their address at that instant. @return how many were removed.
+    std::size_t clearInactive(Date now);
+    /// Removes every lease whose address lies outside the range and returns them in their former order.
+    std::vector<Lease> dropOutside(AddressRange range);
+
+    /// By address, then by the printed form of the MAC.
+    [[nodiscard]] std::vector<Lease> sortedByIP() const;
+    /// Devices that answer first, never probed ones last; among equals by address, then by the MAC's printed form.
+    [[nodiscard]] std::vector<Lease>
+    sortedForDisplay(const std::function<std::optional<PresenceState>(const Lease&)>& presence) const;
+
+    bool operator==(const LeaseTable&) const = default;
+
+  private:
+    std::vector<Lease> leases_;
+    std::vector<Quarantine> quarantine_;
+};
+
+/// Objects with one key per field; the optional texts of a lease only when present, dates as `iso8601` writes them.
+/// @throws DecodingError or a `nlohmann::json::exception` for a missing key or a bad value.
+void to_json(nlohmann::json& json, Lease::State state);
+void from_json(const nlohmann::json& json, Lease::State& state);
+void to_json(nlohmann::json& json, const Lease& lease);
+void from_json(const nlohmann::json& json, Lease& lease);
+void to_json(nlohmann::json& json, const Quarantine& quarantine);
+void from_json(const nlohmann::json& json, Quarantine& quarantine);
+void to_json(nlohmann::json& json, const LeaseTable& table);
+void from_json(const nlohmann::json& json, LeaseTable& table);
+
+} // namespace DHCPCore

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "DHCPCore/Date.hpp"
+#include "DHCPCore/Queue.hpp"
+
+#include <filesystem>
+#include <string>
+
+namespace DHCPCore {
+
+/// Appends lines to one file per day, on its own queue "tarnwick.logfile". A line that can't be written is dropped;
+/// the writer stays usable. The file is opened and closed for every line, so that it may be moved at any time.
+class LogFileWriter {
+  public:
+    explicit LogFileWriter(std::filesystem::path folder);
+
+    /// "Tarnwick" where the user's programs keep logs. @throws Error when the user has no home directory.
+    [[nodiscard]] static std::filesystem::path defaultDirectory();
+
+    /// The name of a day's file in the host's time zone, as in "2025-01-31.log".
+    [[nodiscard]] static std::string fileName(Date date);
+
+    /// Hands the line in for the file of that day and returns at once. Any thread.
+    void append(std::string line, Date date);
+
+    /// Waits until every line handed in before is written.
+    void flush();
+
+    [[nodiscard]] const std::filesystem::path& directory() const { return directory_; }
+
+  private:
+    std::filesystem::path directory_;
+    SerialQueue queue_{"tarnwick.logfile"};
+};
+
+} // namespace DHCPCore

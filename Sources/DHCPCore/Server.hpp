@@ -1,0 +1,143 @@
+#pragma once
+
+#include "DHCPCore/Addresses.hpp"
+#include "DHCPCore/Config.hpp"
+#include "DHCPCore/Date.hpp"
+#include "DHCPCore/EventStream.hpp"
+#include "DHCPCore/Events.hpp"
+#include "DHCPCore/Interfaces.hpp"
+#include "DHCPCore/LeaseFile.hpp"
+#include "DHCPCore/LeaseStore.hpp"
+#include "DHCPCore/Presence.hpp"
+#include "DHCPCore/Queue.hpp"
+#include "DHCPCore/Responder.hpp"
+#include "DHCPCore/Transport.hpp"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace DHCPCore {
+
+/// What the server asks of its host, one narrow function each. `system()` answers with the host itself.
+struct ServerHost {
+    std::function<std::unique_ptr<UDPTransport>(const TransportMode& mode, IPv4Address serverIP)> makeTransport;
+    std::function<std::uint32_t(const std::string& name)> indexOfInterface;
+    std::function<std::optional<std::string>(std::uint32_t index)> nameOfInterface;
+    std::function<Interfaces::MediaStatus(const std::string& name)> mediaStatus;
+    std::function<std::vector<InterfaceAddress>()> interfaceAddresses;
+    std::function<std::optional<std::string>(const MACAddress& mac)> bsdNameForMAC;
+    std::function<void(const std::string& name, IPv4Address nearby)> triggerAlert;
+    /// Called on the presence queue.
+    std::function<ProbeResult(const std::string& name, IPv4Address ip)> probe;
+    /// Called on the presence queue.
+    std::function<ARPTable::Map()> readARPTable;
+    /// First after one second, then at every interval.
+    std::function<std::unique_ptr<Subscription>(SerialQueue&, std::chrono::seconds interval, SerialQueue::Work)> every;
+    std::function<void(SerialQueue&, std::chrono::seconds delay, SerialQueue::Work)> after;
+
+    [[nodiscard]] static ServerHost system();
+};
+
+/// The running server. All of its state belongs to its queue "tarnwick.server"; create it with `std::make_shared`.
+/// A server that is dropped while running ends without saving.
+class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
+  public:
+    struct Options {
+        ServerConfig config;
+        TransportMode mode;
+        std::optional<MACAddress> cardMAC; ///< Finds the card again when it comes back under another name.
+        LeaseFile leaseFile;
+        bool presenceEnabled = false;
+    };
+
+    explicit DHCPServer(Options options, std::function<Date()> clock = currentDate,
+                        ServerHost host = ServerHost::system());
+    DHCPServer(const DHCPServer&) = delete;
+    DHCPServer& operator=(const DHCPServer&) = delete;
+    DHCPServer(DHCPServer&&) = delete;
+    DHCPServer& operator=(DHCPServer&&) = delete;
+    ~DHCPServer();
+
+    /// Everything that happens, in order, for one consumer; finished by `stop` and by dropping the server.
+    [[nodiscard]] std::shared_ptr<EventStream<ServerEvent>> events() const { return events_; }
+
+    /// Loads the leases and begins to serve; does nothing when running. May be called again after a failure.
+    /// @throws TransportError when the socket can't be opened.
+    void start();
+
+    /// Saves the leases and ends; does nothing when not running. A server is not started again afterwards.
+    void stop();
+
+    [[nodiscard]] LeaseTable currentTable();
+
+    /// Removes that client's lease. Returns at once.
+    void forgetLease(const MACAddress& mac);
+    /// Removes every released, reclaimed or expired lease. Returns at once.
+    void clearInactive();
+    /// Runs one presence cycle now. Returns at once.
+    void refreshPresence();
+
+  private:
+    void startOnQueue();
+    void stopOnQueue();
+    void loadLeases();
+    void openTransport();
+    void closeTransport();
+    void receiveAll();
+    void handle(const Datagram& datagram);
+    [[nodiscard]] bool arrivedElsewhere(const Datagram& datagram);
+    void process(const DHCPPacket& packet, ProbeAnswers probes);
+    void probe(IPv4Address ip, const DHCPPacket& packet, ProbeAnswers probes);
+    void apply(Decision decision);
+    void send(const Reply& reply, bool retry);
+    void reportSendFailure(const Reply& reply, const TransportError& error, bool retry);
+    void persist();
+    void emit(ServerEvent event);
+    void inform(std::string text);
+    void raise(NoticeKind kind, std::string message);
+    void clear(NoticeKind kind);
+    void watch();
+    void watchOpenCard();
+    void waitForAdapter();
+    void reportLink(const Interfaces::MediaStatus& status);
+    void markAllOffline(const std::string& reason);
+    void runPresenceCycle();
+    void startPresenceJob(const Lease& lease);
+    [[nodiscard]] bool serverAddressPresent() const;
+
+    /// A handler for the queue that does nothing once the server is gone.
+    [[nodiscard]] SerialQueue::Work weakly(void (DHCPServer::*operation)());
+
+    const Options options_;
+    const Responder responder_;
+    const std::function<Date()> clock_;
+    const ServerHost host_;
+    const std::shared_ptr<EventStream<ServerEvent>> events_ = std::make_shared<EventStream<ServerEvent>>();
+
+    std::unique_ptr<UDPTransport> transport_; ///< Replaced on every opening.
+    std::string interfaceName_;               ///< Changes when the adapter comes back under another name.
+    bool isOpen_ = false;                     ///< The transport is open and watched.
+    LeaseTable table_;
+    PresenceMap presence_;
+    bool linkUp_ = true;
+    bool running_ = false;
+    std::set<NoticeKind> raised_; ///< Raised and not yet cleared.
+    bool arrivalUnknownWarned_ = false;
+    bool leaseFileWritable_ = true; ///< Not after the file could not be read: it must not be overwritten.
+
+    // Destroyed first, in this order from below: no handler and no job outlives what it touches.
+    SerialQueue queue_{"tarnwick.server"};
+    ConcurrentQueue probeQueue_{"tarnwick.presence"};
+    std::unique_ptr<Subscription> readSource_;
+    std::unique_ptr<Subscription> watchTimer_;
+    std::unique_ptr<Subscription> presenceTimer_;
+};
+
+} // namespace DHCPCore

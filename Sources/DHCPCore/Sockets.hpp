@@ -1,0 +1,52 @@
+#pragma once
+
+#include "DHCPCore/Addresses.hpp"
+#include "DHCPCore/FileDescriptor.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+/// What sockets need of the host beyond what every system names alike. A function that returns an `int` gives 0, or the
+/// error number of the system call that was refused.
+namespace DHCPCore::Sockets {
+
+/// Opens a socket that is close-on-exec and never raises SIGPIPE; not open on failure, with `errno` saying why.
+/// (Linux/, Darwin/)
+[[nodiscard]] FileDescriptor open(int domain, int type, int protocol);
+
+[[nodiscard]] int setNonBlocking(const FileDescriptor& socket);
+
+/// The card's index; 0 when there is no such card.
+[[nodiscard]] std::uint32_t indexOfInterface(const std::string& name);
+/// The card's name; nothing when no card has that index.
+[[nodiscard]] std::optional<std::string> nameOfInterface(std::uint32_t index);
+
+/// The loopback device as this host calls it; "lo0" in everything that a user sees. (Linux/, Darwin/)
+[[nodiscard]] std::string loopbackDevice();
+
+/// Ties the socket to one card, so that it sends and receives through that card only. (Linux/, Darwin/)
+[[nodiscard]] int tieToInterface(const FileDescriptor& socket, std::uint32_t index);
+
+/// Has every datagram come with the card on which it arrived. (Linux/, Darwin/)
+[[nodiscard]] int reportArrivalInterface(const FileDescriptor& socket);
+
+/// The arrival card's index from the control bytes that came with a datagram; nothing when they don't tell. Any bytes
+/// are welcome. (Linux/, Darwin/)
+[[nodiscard]] std::optional<std::uint32_t> arrivalInterface(std::span<const std::uint8_t> control);
+
+/// The destination of a datagram, and where it must come from.
+struct Route {
+    IPv4Address destination;
+    std::uint16_t port = 0;
+    std::uint32_t interfaceIndex = 0;  ///< The card to leave by.
+    std::optional<IPv4Address> source; ///< Absent: the system chooses.
+};
+
+/// Sends one datagram whole. A source address that the card does not hold is EADDRNOTAVAIL: a datagram never leaves with
+/// another card's address. (Linux/, Darwin/)
+[[nodiscard]] int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, const Route& route);
+
+} // namespace DHCPCore::Sockets
