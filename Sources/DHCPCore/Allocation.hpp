@@ -22,8 +22,9 @@ using AddressPredicate = std::function<bool(IPv4Address)>;
 /// @param holderIsOffline whether the device that holds an address may be considered gone.
 /// @return nothing when the range is exhausted. An address that another client still holds must be probed or taken over
 /// by the caller.
-[[nodiscard]] std::optional<IPv4Address>
-chooseAddress(const MACAddress& mac, std::optional<IPv4Address> requested, std::span<const Lease> leases,
-              AddressRange range, const AddressPredicate& isUsable, const AddressPredicate& holderIsOffline, Date now);
+[[nodiscard]] std::optional<IPv4Address> chooseAddress(const MACAddress& mac, std::optional<IPv4Address> requested,
+                                                       std::span<const Lease> leases, AddressRange range,
+                                                       const AddressPredicate& isUsable,
+                                                       const AddressPredicate& holderIsOffline, Date now);
 
 } // namespace DHCPCore

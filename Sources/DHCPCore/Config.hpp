@@ -17,13 +17,13 @@ namespace DHCPCore {
 
 /// The times and bounds that several units share.
 namespace Timing {
-inline constexpr std::chrono::seconds offerHold{60};       ///< How long an offered address is held.
-inline constexpr std::chrono::seconds quarantine{600};     ///< How long a declined address stays out of use.
+inline constexpr std::chrono::seconds offerHold{60};        ///< How long an offered address is held.
+inline constexpr std::chrono::seconds quarantine{600};      ///< How long a declined address stays out of use.
 inline constexpr std::chrono::seconds presenceInterval{10}; ///< The period of the presence cycle.
-inline constexpr std::chrono::seconds probeTimeout{1};     ///< The longest wait for one probe.
-inline constexpr std::size_t maxProbesPerPacket = 5;       ///< Addresses probed for one packet at most.
-inline constexpr std::uint32_t minimumLease = 60;          ///< Seconds.
-inline constexpr std::uint32_t maximumLease = 2592000;     ///< Seconds: 30 days.
+inline constexpr std::chrono::seconds probeTimeout{1};      ///< The longest wait for one probe.
+inline constexpr std::size_t maxProbesPerPacket = 5;        ///< Addresses probed for one packet at most.
+inline constexpr std::uint32_t minimumLease = 60;           ///< Seconds.
+inline constexpr std::uint32_t maximumLease = 2592000;      ///< Seconds: 30 days.
 } // namespace Timing
 
 /// One fault of a configuration, with the sentence for the user.

@@ -14,7 +14,9 @@ struct EnumText;
 
 /// An enumeration that has its names in `EnumText`.
 template <class E>
-concept NamedEnum = requires { EnumText<E>::names; };
+concept NamedEnum = requires {
+    EnumText<E>::names;
+};
 
 /// The text of a value, as written in files and JSON.
 template <NamedEnum E>

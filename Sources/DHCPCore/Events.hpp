@@ -80,8 +80,8 @@ enum class NoticeKind {
 
 template <>
 struct EnumText<NoticeKind> {
-    static constexpr std::array<std::string_view, 7> names{"localNetworkDenied", "otherServer",      "portInUse",
-                                                           "leaseSaveFailed",    "linkDown",         "adapterUnplugged",
+    static constexpr std::array<std::string_view, 7> names{"localNetworkDenied", "otherServer", "portInUse",
+                                                           "leaseSaveFailed",    "linkDown",    "adapterUnplugged",
                                                            "leaseFileSetAside"};
 };
 

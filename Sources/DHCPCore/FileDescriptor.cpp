@@ -1,9 +1,8 @@
 #include "DHCPCore/FileDescriptor.hpp"
 
 #include <cerrno>
-#include <utility>
-
 #include <unistd.h>
+#include <utility>
 
 namespace DHCPCore {
 

@@ -21,7 +21,7 @@ class LeaseFileError : public Error {
 /// The lease table's JSON document, version 1. It is replaced as a whole: a reader finds the old or the new one.
 struct LeaseFile {
     struct LoadResult {
-        LeaseTable table;                                ///< Empty when nothing could be used.
+        LeaseTable table;                                 ///< Empty when nothing could be used.
         std::optional<std::filesystem::path> setAsideURL; ///< Where an undecodable file was moved.
 
         bool operator==(const LoadResult&) const = default;

@@ -29,7 +29,7 @@ struct Lease {
     MACAddress mac; ///< The key; never changes.
     IPv4Address ip;
     State state = State::offered;
-    Date expiresAt; ///< When the hold on `ip` ends.
+    Date expiresAt;                         ///< When the hold on `ip` ends.
     std::optional<std::string> hostname;    ///< Last sent in option 12.
     std::optional<std::string> vendorClass; ///< Last sent in option 60.
     std::optional<std::string> clientID;    ///< Last sent in option 61, printed form.

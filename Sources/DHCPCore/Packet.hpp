@@ -102,7 +102,7 @@ struct DHCPOptionField {
 /// One BOOTP/DHCP message (RFC 2131, section 2). The areas `sname` and `file` are ignored when read and written as
 /// zeros; option overload is not interpreted. The default is an empty BOOTREQUEST for Ethernet.
 struct DHCPPacket {
-    static constexpr std::size_t headerLength = 236; ///< The fixed part before the cookie.
+    static constexpr std::size_t headerLength = 236;                           ///< The fixed part before the cookie.
     static constexpr std::array<std::uint8_t, 4> magicCookie{99, 130, 83, 99}; ///< RFC 2131, section 3.
     static constexpr std::size_t minimumReplyLength = 300; ///< What old BOOTP clients expect at least.
     static constexpr std::size_t chaddrLength = 16;

@@ -40,9 +40,8 @@ struct PreflightCheck {
 
 template <>
 struct EnumText<PreflightCheck::ID> {
-    static constexpr std::array<std::string_view, 8> names{"wired",      "foreignDHCP", "adapterConfigured",
-                                                           "subnetOverlap", "vpnOverlap",  "port67",
-                                                           "link",       "vmware"};
+    static constexpr std::array<std::string_view, 8> names{
+        "wired", "foreignDHCP", "adapterConfigured", "subnetOverlap", "vpnOverlap", "port67", "link", "vmware"};
 };
 
 /// Whether UDP port 67 can be had.

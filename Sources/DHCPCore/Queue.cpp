@@ -54,8 +54,7 @@ namespace {
 
 /// A repeating timer; touched on its queue only.
 struct Ticking : std::enable_shared_from_this<Ticking> {
-    Ticking(asio::io_context& context, SerialQueue::Duration first, SerialQueue::Duration period,
-            SerialQueue::Work job)
+    Ticking(asio::io_context& context, SerialQueue::Duration first, SerialQueue::Duration period, SerialQueue::Work job)
         : timer(context, first), interval(period), work(std::move(job)) {}
 
     asio::steady_timer timer;
@@ -243,11 +242,14 @@ struct ConcurrentQueue::Core {
 ConcurrentQueue::ConcurrentQueue(std::string name) : core_(std::make_shared<Core>(std::move(name))) {}
 
 ConcurrentQueue::~ConcurrentQueue() {
-    std::deque<Work> dropped; // destroyed after the lock is given back
+    std::deque<Work> dropped; // destroyed without the lock: what a job holds may do anything as it goes
     std::unique_lock lock(core_->mutex);
     core_->closing = true;
     dropped.swap(core_->waiting);
     core_->workArrived.notify_all();
+    lock.unlock();
+    dropped.clear();
+    lock.lock();
     core_->threadEnded.wait(lock, [this] { return core_->threads == 0; });
 }
 

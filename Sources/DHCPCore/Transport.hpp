@@ -47,7 +47,7 @@ class TransportError : public Error {
 
 /// One received message.
 struct Datagram {
-    Bytes bytes; ///< At most 2048: what is longer arrives cut.
+    Bytes bytes;                                 ///< At most 2048: what is longer arrives cut.
     std::optional<std::uint32_t> interfaceIndex; ///< The card on which it arrived; absent when the system did not tell.
     IPv4Address source;
     std::uint16_t sourcePort = 0;

@@ -4,11 +4,10 @@
 
 #include <cstdlib>
 #include <optional>
-#include <string>
-#include <vector>
-
 #include <pwd.h>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace DHCPCore::UserDirectories {
 
