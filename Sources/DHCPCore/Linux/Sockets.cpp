@@ -1,0 +1,99 @@
+#include "DHCPCore/Sockets.hpp"
+
+#include "DHCPCore/SocketAddress.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <net/if.h>
+#include <sys/socket.h>
+
+namespace DHCPCore::Sockets {
+
+namespace {
+
+/// Room for one control message that names the card and the source address.
+struct alignas(cmsghdr) PacketInfoMessage {
+    std::array<std::uint8_t, CMSG_SPACE(sizeof(in_pktinfo))> bytes{};
+};
+
+PacketInfoMessage packetInfoMessage(std::uint32_t interfaceIndex, IPv4Address source) {
+    cmsghdr header{};
+    header.cmsg_len = CMSG_LEN(sizeof(in_pktinfo));
+    header.cmsg_level = IPPROTO_IP;
+    header.cmsg_type = IP_PKTINFO;
+    in_pktinfo info{};
+    info.ipi_ifindex = static_cast<int>(interfaceIndex);
+    info.ipi_spec_dst.s_addr = htonl(source.value);
+    PacketInfoMessage message;
+    std::memcpy(message.bytes.data(), &header, sizeof header);
+    std::memcpy(message.bytes.data() + CMSG_LEN(0), &info, sizeof info);
+    return message;
+}
+
+} // namespace
+
+FileDescriptor open(int domain, int type, int protocol) {
+    // No SIGPIPE option here: only connected sockets raise it, and nothing is written to one.
+    return FileDescriptor{::socket(domain, type | SOCK_CLOEXEC, protocol)};
+}
+
+std::string loopbackDevice() { return "lo"; }
+
+int tieToInterface(const FileDescriptor& socket, std::uint32_t index) {
+    const auto name = nameOfInterface(index);
+    if (!name) {
+        return errno;
+    }
+    const auto length = static_cast<socklen_t>(name->size());
+    return ::setsockopt(socket.number(), SOL_SOCKET, SO_BINDTODEVICE, name->c_str(), length) == 0 ? 0 : errno;
+}
+
+int reportArrivalInterface(const FileDescriptor& socket) {
+    const int on = 1;
+    return ::setsockopt(socket.number(), IPPROTO_IP, IP_PKTINFO, &on, sizeof on) == 0 ? 0 : errno;
+}
+
+std::optional<std::uint32_t> arrivalInterface(std::span<const std::uint8_t> control) {
+    while (control.size() >= sizeof(cmsghdr)) {
+        cmsghdr header{};
+        std::memcpy(&header, control.data(), sizeof header);
+        if (header.cmsg_len < CMSG_LEN(0) || header.cmsg_len > control.size()) {
+            return std::nullopt;
+        }
+        if (header.cmsg_level == IPPROTO_IP && header.cmsg_type == IP_PKTINFO &&
+            header.cmsg_len >= CMSG_LEN(sizeof(in_pktinfo))) {
+            in_pktinfo info{};
+            std::memcpy(&info, control.data() + CMSG_LEN(0), sizeof info);
+            return static_cast<std::uint32_t>(info.ipi_ifindex);
+        }
+        control = control.subspan(std::min<std::size_t>(CMSG_ALIGN(header.cmsg_len), control.size()));
+    }
+    return std::nullopt;
+}
+
+int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, const Route& route) {
+    sockaddr_in destination = socketAddress(route.destination, route.port);
+    // The system's structures ask for writable memory that sending never writes to.
+    iovec payload{.iov_base = const_cast<std::uint8_t*>(bytes.data()), .iov_len = bytes.size()};
+    msghdr message{};
+    message.msg_name = &destination;
+    message.msg_namelen = sizeof destination;
+    message.msg_iov = &payload;
+    message.msg_iovlen = 1;
+    PacketInfoMessage control;
+    if (route.source) {
+        control = packetInfoMessage(route.interfaceIndex, *route.source);
+        message.msg_control = control.bytes.data();
+        message.msg_controllen = control.bytes.size();
+    }
+    const ssize_t sent = ::sendmsg(socket.number(), &message, 0);
+    if (sent == static_cast<ssize_t>(bytes.size())) {
+        return 0;
+    }
+    // The kernel says EINVAL when the source address it was asked for is not one of the host's.
+    return route.source && errno == EINVAL ? EADDRNOTAVAIL : errno;
+}
+
+} // namespace DHCPCore::Sockets
