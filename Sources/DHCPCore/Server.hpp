@@ -5,16 +5,14 @@
 #include "DHCPCore/Date.hpp"
 #include "DHCPCore/EventStream.hpp"
 #include "DHCPCore/Events.hpp"
-#include "DHCPCore/Interfaces.hpp"
 #include "DHCPCore/LeaseFile.hpp"
 #include "DHCPCore/LeaseStore.hpp"
 #include "DHCPCore/Presence.hpp"
 #include "DHCPCore/Queue.hpp"
 #include "DHCPCore/Responder.hpp"
+#include "DHCPCore/ServerHost.hpp"
 #include "DHCPCore/Transport.hpp"
 
-#include <chrono>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -24,26 +22,6 @@
 #include <vector>
 
 namespace DHCPCore {
-
-/// What the server asks of its host, one narrow function each. `system()` answers with the host itself.
-struct ServerHost {
-    std::function<std::unique_ptr<UDPTransport>(const TransportMode& mode, IPv4Address serverIP)> makeTransport;
-    std::function<std::uint32_t(const std::string& name)> indexOfInterface;
-    std::function<std::optional<std::string>(std::uint32_t index)> nameOfInterface;
-    std::function<Interfaces::MediaStatus(const std::string& name)> mediaStatus;
-    std::function<std::vector<InterfaceAddress>()> interfaceAddresses;
-    std::function<std::optional<std::string>(const MACAddress& mac)> bsdNameForMAC;
-    std::function<void(const std::string& name, IPv4Address nearby)> triggerAlert;
-    /// Called on the presence queue.
-    std::function<ProbeResult(const std::string& name, IPv4Address ip)> probe;
-    /// Called on the presence queue.
-    std::function<ARPTable::Map()> readARPTable;
-    /// First after one second, then at every interval.
-    std::function<std::unique_ptr<Subscription>(SerialQueue&, std::chrono::seconds interval, SerialQueue::Work)> every;
-    std::function<void(SerialQueue&, std::chrono::seconds delay, SerialQueue::Work)> after;
-
-    [[nodiscard]] static ServerHost system();
-};
 
 /// The running server. All of its state belongs to its queue "tarnwick.server"; create it with `std::make_shared`.
 /// A server that is dropped while running ends without saving.
@@ -85,35 +63,48 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     void refreshPresence();
 
   private:
+    /// What a job on the presence queue found out about one address.
+    struct Finding {
+        ProbeResult probe;
+        std::optional<MACAddress> arpMAC;
+    };
+    using FindingHandler = std::function<void(const Finding&)>;
+
     void startOnQueue();
     void stopOnQueue();
     void loadLeases();
     void openTransport();
     void closeTransport();
-    void receiveAll();
+
+    void receiveWaiting();
     void handle(const Datagram& datagram);
     [[nodiscard]] bool arrivedElsewhere(const Datagram& datagram);
     void process(const DHCPPacket& packet, ProbeAnswers probes);
-    void probe(IPv4Address ip, const DHCPPacket& packet, ProbeAnswers probes);
+    void probeAndProcess(IPv4Address ip, const DHCPPacket& packet, ProbeAnswers probes);
     void apply(Decision decision);
     void send(const Reply& reply, bool retry);
-    void reportSendFailure(const Reply& reply, const TransportError& error, bool retry);
+    void handleSendFailure(const Reply& reply, const TransportError& error, bool retry);
+    [[nodiscard]] bool serverAddressPresent() const;
     void persist();
+
+    void watch();
+    void watchOpenCard();
+    void waitForAdapter();
+    void raiseLinkDown();
+    void markAllOffline(const std::string& reason);
+
+    void runPresenceCycle();
+    void investigate(IPv4Address ip, bool withARP, FindingHandler handler);
+    void conclude(IPv4Address ip, const Finding& finding);
+    void classifyPresence(IPv4Address ip, const MACAddress& mac, const Finding& finding);
+
     void emit(ServerEvent event);
     void inform(std::string text);
     void raise(NoticeKind kind, std::string message);
     void clear(NoticeKind kind);
-    void watch();
-    void watchOpenCard();
-    void waitForAdapter();
-    void reportLink(const Interfaces::MediaStatus& status);
-    void markAllOffline(const std::string& reason);
-    void runPresenceCycle();
-    void startPresenceJob(const Lease& lease);
-    [[nodiscard]] bool serverAddressPresent() const;
 
-    /// A handler for the queue that does nothing once the server is gone.
-    [[nodiscard]] SerialQueue::Work weakly(void (DHCPServer::*operation)());
+    /// A handler that does nothing once the server is gone.
+    [[nodiscard]] SerialQueue::Work weakly(std::function<void(DHCPServer&)> work);
 
     const Options options_;
     const Responder responder_;
@@ -131,8 +122,9 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     std::set<NoticeKind> raised_; ///< Raised and not yet cleared.
     bool arrivalUnknownWarned_ = false;
     bool leaseFileWritable_ = true; ///< Not after the file could not be read: it must not be overwritten.
+    std::unordered_map<IPv4Address, std::vector<FindingHandler>> investigations_; ///< At most one job per address.
 
-    // Destroyed first, in this order from below: no handler and no job outlives what it touches.
+    // Last, so destroyed first: no handler and no job outlives what it touches.
     SerialQueue queue_{"tarnwick.server"};
     ConcurrentQueue probeQueue_{"tarnwick.presence"};
     std::unique_ptr<Subscription> readSource_;

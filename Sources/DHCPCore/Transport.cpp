@@ -142,8 +142,9 @@ void UDPTransport::send(std::span<const std::uint8_t> bytes, const ReplyDestinat
                                .port = endpoint.port,
                                .interfaceIndex = interfaceIndex_,
                                .source = mode_.isLoopback() ? std::nullopt : replySource_};
-    const int error = Sockets::send(socket_, bytes, route);
-    require("send to " + endpointText(endpoint), error);
+    if (const int error = Sockets::send(socket_, bytes, route); error != 0) {
+        throw TransportError("send to " + endpointText(endpoint), error);
+    }
 }
 
 void UDPTransport::adopt(FileDescriptor socket, std::uint32_t index) {

@@ -89,8 +89,8 @@ int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, cons
         message.msg_controllen = control.bytes.size();
     }
     const ssize_t sent = ::sendmsg(socket.number(), &message, 0);
-    if (sent == static_cast<ssize_t>(bytes.size())) {
-        return 0;
+    if (sent >= 0) {
+        return static_cast<std::size_t>(sent) == bytes.size() ? 0 : EIO;
     }
     // The kernel says EINVAL when the source address it was asked for is not one of the host's.
     return route.source && errno == EINVAL ? EADDRNOTAVAIL : errno;

@@ -1,0 +1,346 @@
+#include "DHCPCore/Server.hpp"
+
+#include "DHCPCore/LocalNetwork.hpp"
+#include "DHCPCore/Overloaded.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace DHCPCore {
+
+namespace {
+
+constexpr std::chrono::seconds watchInterval{1};
+constexpr std::chrono::seconds retryDelay{1};
+/// Read at most so many datagrams before timers and callers get their turn.
+constexpr int datagramsPerTurn = 64;
+
+ServerEvent leaseChanged(const Lease& lease) { return {ServerEvent::LeaseChanged{lease}}; }
+
+} // namespace
+
+DHCPServer::DHCPServer(Options options, std::function<Date()> clock, ServerHost host)
+    : options_(std::move(options)), responder_{.config = options_.config}, clock_(std::move(clock)),
+      host_(std::move(host)), transport_(host_.makeTransport(options_.mode, options_.config.serverIP)),
+      interfaceName_(options_.mode.interfaceName()) {}
+
+DHCPServer::~DHCPServer() {
+    queue_.sync([this] {
+        watchTimer_.reset();
+        presenceTimer_.reset();
+        closeTransport();
+    });
+    events_->finish();
+}
+
+void DHCPServer::start() {
+    queue_.sync([this] { startOnQueue(); });
+}
+
+void DHCPServer::stop() {
+    queue_.sync([this] { stopOnQueue(); });
+    queue_.sync([] {}); // whatever was handed in before has run now
+}
+
+LeaseTable DHCPServer::currentTable() {
+    return queue_.sync([this] { return table_; });
+}
+
+void DHCPServer::forgetLease(const MACAddress& mac) {
+    queue_.async(weakly([mac](DHCPServer& server) {
+        if (server.table_.remove(mac)) {
+            server.emit({ServerEvent::LeaseRemoved{mac}});
+            server.persist();
+        }
+    }));
+}
+
+void DHCPServer::clearInactive() {
+    queue_.async(weakly([](DHCPServer& server) {
+        const Date now = server.clock_();
+        std::vector<Lease> inactive = server.table_.leases();
+        std::erase_if(inactive, [now](const Lease& lease) { return lease.holdsAddress(now); });
+        if (inactive.empty()) {
+            return;
+        }
+        server.table_.clearInactive(now);
+        for (const Lease& lease : inactive) {
+            server.emit({ServerEvent::LeaseRemoved{lease.mac}});
+        }
+        server.persist();
+    }));
+}
+
+void DHCPServer::refreshPresence() {
+    queue_.async(weakly([](DHCPServer& server) { server.runPresenceCycle(); }));
+}
+
+void DHCPServer::startOnQueue() {
+    if (running_) {
+        return;
+    }
+    loadLeases();
+    openTransport();
+    running_ = true;
+    emit({ServerEvent::Started{.interface = interfaceName_, .config = options_.config}});
+    for (const Lease& lease : table_.leases()) {
+        emit(leaseChanged(lease));
+    }
+    if (!options_.mode.isLoopback()) {
+        const Interfaces::MediaStatus status = host_.mediaStatus(interfaceName_);
+        linkUp_ = status.linkUp;
+        emit({ServerEvent::Link{.up = status.linkUp, .media = status.description}});
+        if (!linkUp_) {
+            raiseLinkDown();
+        }
+        host_.triggerAlert(interfaceName_, options_.config.rangeStart);
+        watchTimer_ = host_.every(queue_, watchInterval, weakly([](DHCPServer& server) { server.watch(); }));
+    }
+    if (options_.presenceEnabled) {
+        presenceTimer_ = host_.every(queue_, Timing::presenceInterval,
+                                     weakly([](DHCPServer& server) { server.runPresenceCycle(); }));
+    }
+}
+
+void DHCPServer::stopOnQueue() {
+    if (!running_) {
+        return;
+    }
+    running_ = false;
+    watchTimer_.reset();
+    presenceTimer_.reset();
+    closeTransport();
+    persist();
+    emit({ServerEvent::Stopped{}});
+    events_->finish();
+}
+
+void DHCPServer::loadLeases() {
+    try {
+        LeaseFile::LoadResult result = options_.leaseFile.load(clock_());
+        leaseFileWritable_ = true;
+        table_ = std::move(result.table);
+        if (result.setAsideURL) {
+            Notice notice = Notice::leaseFileSetAside(*result.setAsideURL);
+            raise(notice.kind, std::move(notice.message));
+        }
+    } catch (const std::exception& error) {
+        leaseFileWritable_ = false; // the file must not be overwritten: its leases may still be wanted
+        raise(NoticeKind::leaseSaveFailed,
+              fmt::format("Tarnwick can't read leases.json ({}). Leases are kept in memory only and the file is left "
+                          "untouched.",
+                          error.what()));
+    }
+    const std::vector<Lease> dropped = table_.dropOutside(options_.config.range());
+    for (const Lease& lease : dropped) {
+        inform(
+            fmt::format("dropped lease {} for {}: outside the range", lease.ip.description(), lease.mac.description()));
+        emit({ServerEvent::LeaseRemoved{lease.mac}});
+    }
+    if (!dropped.empty()) {
+        persist();
+    }
+}
+
+void DHCPServer::openTransport() {
+    const TransportMode mode =
+        options_.mode.isLoopback() ? options_.mode : TransportMode{TransportMode::Interface{interfaceName_}};
+    auto transport = host_.makeTransport(mode, options_.config.serverIP);
+    transport->open();
+    transport_ = std::move(transport);
+    readSource_ = queue_.whenReadable(transport_->fd(), weakly([](DHCPServer& server) { server.receiveWaiting(); }));
+    isOpen_ = true;
+}
+
+void DHCPServer::closeTransport() {
+    readSource_.reset();
+    transport_->close();
+    isOpen_ = false;
+}
+
+void DHCPServer::receiveWaiting() {
+    for (int turn = 0; turn < datagramsPerTurn && isOpen_; ++turn) {
+        std::optional<Datagram> datagram;
+        try {
+            datagram = transport_->receive();
+        } catch (const TransportError& error) {
+            inform("receive failed: " + error.description());
+            return;
+        }
+        if (!datagram) {
+            return;
+        }
+        handle(*datagram);
+    }
+}
+
+void DHCPServer::handle(const Datagram& datagram) {
+    if (!options_.mode.isLoopback() && arrivedElsewhere(datagram)) {
+        return;
+    }
+    DHCPPacket packet;
+    try {
+        packet = DHCPPacket::parse(datagram.bytes);
+    } catch (const PacketError& error) {
+        emit({ServerEvent::Dropped{.reason = fmt::format("malformed ({})", error.description()), .mac = std::nullopt}});
+        return;
+    }
+    emit({ServerEvent::Received{PacketSummary(packet, interfaceName_)}});
+    process(packet, {});
+}
+
+/// Whether the datagram came by another card; reported here.
+bool DHCPServer::arrivedElsewhere(const Datagram& datagram) {
+    if (!datagram.interfaceIndex) {
+        if (!arrivalUnknownWarned_) {
+            arrivalUnknownWarned_ = true;
+            inform("arrival interface check unavailable; relying on IP_BOUND_IF");
+        }
+        return false;
+    }
+    const std::uint32_t index = *datagram.interfaceIndex;
+    if (index == transport_->interfaceIndex()) {
+        return false;
+    }
+    const std::string arrival = host_.nameOfInterface(index).value_or(fmt::format("interface {}", index));
+    emit({ServerEvent::Dropped{.reason = fmt::format("arrived on {} instead of {}", arrival, interfaceName_),
+                               .mac = std::nullopt}});
+    return true;
+}
+
+void DHCPServer::process(const DHCPPacket& packet, ProbeAnswers probes) {
+    Decision decision = responder_.decide(
+        packet, {.table = std::move(table_), .presence = presence_, .probes = probes, .now = clock_()});
+    const auto* const probe = std::get_if<DecisionAction::Probe>(&decision.action.value);
+    if (probe == nullptr) {
+        apply(std::move(decision));
+        return;
+    }
+    table_ = std::move(decision.table);
+    if (options_.presenceEnabled) {
+        probeAndProcess(probe->ip, packet, std::move(probes));
+    } else {
+        // Its holder can't be asked, so the address counts as still in use.
+        probes[probe->ip] = true;
+        process(packet, std::move(probes));
+    }
+}
+
+void DHCPServer::probeAndProcess(IPv4Address ip, const DHCPPacket& packet, ProbeAnswers probes) {
+    inform(fmt::format("probing {} before giving it to another device", ip.description()));
+    investigate(ip, false, [this, ip, packet, probes = std::move(probes)](const Finding& finding) mutable {
+        if (finding.probe.answered) {
+            presence_[ip] = PresenceState::online;
+        }
+        probes[ip] = finding.probe.answered;
+        process(packet, std::move(probes));
+    });
+}
+
+void DHCPServer::apply(Decision decision) {
+    table_ = std::move(decision.table);
+    for (ServerEvent& note : decision.notes) {
+        if (const auto* const raising = std::get_if<ServerEvent::NoticeRaised>(&note.value)) {
+            raised_.insert(raising->notice.kind);
+        }
+        emit(std::move(note));
+    }
+    if (decision.tableChanged) {
+        persist();
+    }
+    if (const auto* const action = std::get_if<DecisionAction::Reply>(&decision.action.value)) {
+        send(action->reply, true);
+    }
+}
+
+void DHCPServer::send(const Reply& reply, bool retry) {
+    if (!isOpen_) {
+        inform(fmt::format("{} not sent: socket closed", description(reply.type)));
+        return;
+    }
+    try {
+        transport_->send(reply.packet.serialize(DHCPPacket::minimumReplyLength), reply.destination);
+    } catch (const TransportError& error) {
+        handleSendFailure(reply, error, retry);
+        return;
+    } catch (const std::exception& error) {
+        inform(fmt::format("{} not sent: {}", description(reply.type), error.what()));
+        return;
+    }
+    clear(NoticeKind::localNetworkDenied);
+    emit({ServerEvent::Sent{{.type = reply.type,
+                             .ip = reply.ip,
+                             .mac = reply.mac,
+                             .destination = reply.destination,
+                             .interface = interfaceName_,
+                             .note = reply.note}}});
+}
+
+void DHCPServer::handleSendFailure(const Reply& reply, const TransportError& error, bool retry) {
+    const std::string notSent = fmt::format("{} not sent: ", description(reply.type));
+    const SendFailure failure = LocalNetwork::classify(error, linkUp_, serverAddressPresent());
+    std::visit(Overloaded{[&](const SendFailure::Other& other) { inform(notSent + other.text); },
+                          [&](const SendFailure::LinkDown&) { inform(notSent + "link down"); },
+                          [&](const SendFailure::AddressMissing&) {
+                              inform(fmt::format("{}{} is not on {} right now", notSent,
+                                                 options_.config.serverIP.description(), interfaceName_));
+                          },
+                          [&](const SendFailure::PossiblyDenied&) {
+                              if (retry) {
+                                  host_.after(queue_, retryDelay,
+                                              weakly([reply](DHCPServer& server) { server.send(reply, false); }));
+                              } else {
+                                  raise(NoticeKind::localNetworkDenied,
+                                        "Local Network access is off for Tarnwick. macOS is blocking DHCP broadcasts, "
+                                        "so no device can get an address.");
+                              }
+                          }},
+               failure.value);
+}
+
+bool DHCPServer::serverAddressPresent() const {
+    return std::ranges::any_of(host_.interfaceAddresses(), [this](const InterfaceAddress& entry) {
+        return entry.name == interfaceName_ && entry.subnet.address == options_.config.serverIP;
+    });
+}
+
+void DHCPServer::persist() {
+    if (!leaseFileWritable_) {
+        return;
+    }
+    try {
+        options_.leaseFile.save(table_);
+    } catch (const std::exception& error) {
+        raise(NoticeKind::leaseSaveFailed, fmt::format("Leases could not be saved: {}", error.what()));
+        return;
+    }
+    clear(NoticeKind::leaseSaveFailed);
+}
+
+void DHCPServer::emit(ServerEvent event) { events_->yield(std::move(event)); }
+
+void DHCPServer::inform(std::string text) { emit({ServerEvent::Info{std::move(text)}}); }
+
+void DHCPServer::raise(NoticeKind kind, std::string message) {
+    raised_.insert(kind);
+    emit({ServerEvent::NoticeRaised{{.kind = kind, .message = std::move(message)}}});
+}
+
+void DHCPServer::clear(NoticeKind kind) {
+    if (raised_.erase(kind) > 0) {
+        emit({ServerEvent::NoticeCleared{kind}});
+    }
+}
+
+SerialQueue::Work DHCPServer::weakly(std::function<void(DHCPServer&)> work) {
+    return [weak = weak_from_this(), work = std::move(work)] {
+        if (const auto server = weak.lock()) {
+            work(*server);
+        }
+    };
+}
+
+} // namespace DHCPCore
