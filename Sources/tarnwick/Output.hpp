@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string_view>
+
+namespace Tarnwick {
+
+/// Opens whichever of standard input, output and error the parent closed on "/dev/null", so that no file or socket
+/// opened later takes its number and gets what was meant for the user.
+void openMissingStandardDescriptors();
+
+/// Writes everything, whatever the descriptor's pace. @return 0, or the error number of the write that was refused.
+[[nodiscard]] int writeAll(int descriptor, std::string_view text);
+
+/// Writes the text and a line feed to standard output, at once. @return as `writeAll`.
+int printLine(std::string_view text);
+
+/// Writes "tarnwick: ", the text and a line feed to standard error.
+void printError(std::string_view text);
+
+} // namespace Tarnwick

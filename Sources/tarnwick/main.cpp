@@ -1,0 +1,263 @@
+#include "DHCPCore/DHCPCore.hpp"
+#include "DHCPCore/EventLog.hpp"
+#include "DHCPCore/HostSetup.hpp"
+#include "DHCPCore/Interfaces.hpp"
+#include "DHCPCore/LogFileWriter.hpp"
+#include "DHCPCore/Preflight.hpp"
+#include "DHCPCore/Server.hpp"
+#include "DHCPCore/Threads.hpp"
+#include "tarnwick/CommandLine.hpp"
+#include "tarnwick/Output.hpp"
+
+#include <asio/io_context.hpp>
+#include <asio/post.hpp>
+#include <asio/signal_set.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace Tarnwick {
+namespace {
+
+using namespace DHCPCore;
+
+constexpr int exitFailure = 1;
+constexpr int exitUsage = 2;
+
+std::string listLine(const NetworkCard& card) {
+    constexpr std::size_t nameWidth = 6;
+    const std::string link = card.linkUp ? "● link up " + card.media.value_or("") : "○ no link";
+    return fmt::format("{:<6}  service: {}  {}  {}  {}", card.bsdName.substr(0, nameWidth),
+                       card.serviceName.value_or("none"), card.mac ? card.mac->description() : "-", link,
+                       card.addressSummary());
+}
+
+void runList() {
+    const std::vector<NetworkCard> cards = Interfaces::offered(Interfaces::list(), true);
+    if (cards.empty()) {
+        printLine("No wired network cards found.");
+    }
+    for (const NetworkCard& card : cards) {
+        printLine(listLine(card));
+    }
+}
+
+void requireValid(const ServerConfig& config) {
+    std::vector<std::string> texts;
+    for (const ConfigError& error : config.validate()) {
+        texts.push_back(error.description());
+    }
+    if (!texts.empty()) {
+        throw CLIError(fmt::format("{}", fmt::join(texts, "\n")), false);
+    }
+}
+
+NetworkCard cardNamed(const std::string& name) {
+    const std::vector<NetworkCard> cards = Interfaces::list();
+    const auto card = std::ranges::find(cards, name, &NetworkCard::bsdName);
+    if (card == cards.end()) {
+        throw CLIError(fmt::format("no network card named {}; run `tarnwick list`", name), false);
+    }
+    return *card;
+}
+
+std::string_view mark(PreflightCheck::Status status) {
+    switch (status) {
+    case PreflightCheck::Status::pass:
+        return "✓";
+    case PreflightCheck::Status::warn:
+        return "⚠";
+    case PreflightCheck::Status::fail:
+        break;
+    }
+    return "✗";
+}
+
+/// Prints the checks, and the command that mends what failed. @return whether the server can start.
+bool passesPreflight(const NetworkCard& card, const ServerConfig& config) {
+    const std::vector<PreflightCheck> checks = Preflight::evaluate(Preflight::gather(card, config));
+    for (const PreflightCheck& check : checks) {
+        printLine(fmt::format("{} {}", mark(check.status), check.message));
+    }
+    if (Preflight::canStart(checks)) {
+        return true;
+    }
+    const auto mendable =
+        std::ranges::find_if(checks, [](const PreflightCheck& check) { return check.fix.has_value(); });
+    if (mendable != checks.end()) {
+        const auto& fix = std::get<PreflightCheck::Fix::ConfigureAdapter>(mendable->fix->value);
+        const std::string command = HostSetup::setManualCommand(fix.service, config.serverIP, config.mask());
+        printLine("\nRun this, then start tarnwick again:\n  " + HostSetup::sudoLine(command));
+    }
+    return false;
+}
+
+/// Shows every event on standard output, and keeps its text line in the log file.
+class EventPrinter {
+  public:
+    EventPrinter(bool json, std::unique_ptr<LogFileWriter> log) : json_(json), log_(std::move(log)) {}
+
+    /// Returns when the stream is finished. `readerGone` is called once, when nobody reads standard output any more.
+    void consume(EventStream<ServerEvent>& events, const std::function<void()>& readerGone) {
+        while (const auto event = events.next()) {
+            const Date now = currentDate();
+            const auto line = EventLog::line(*event, now, TimeZone::current());
+            if (line && log_) {
+                log_->append(*line, now);
+            }
+            const auto shown = json_ ? EventLog::json(*event, now) : line;
+            if (shown && !readerIsGone_ && print(*shown) == EPIPE) {
+                readerIsGone_ = true;
+                readerGone();
+            }
+        }
+        if (log_) {
+            log_->flush();
+        }
+    }
+
+  private:
+    /// @return as `printLine`. Any refusal but a broken pipe is reported, once; serving goes on.
+    int print(std::string_view line) {
+        const int error = printLine(line);
+        if (error != 0 && error != EPIPE && !refusalReported_) {
+            refusalReported_ = true;
+            printError("standard output: " + systemText(error));
+        }
+        return error;
+    }
+
+    bool json_;
+    std::unique_ptr<LogFileWriter> log_;
+    bool readerIsGone_ = false;
+    bool refusalReported_ = false;
+};
+
+DHCPServer::Options serverOptions(const ServeOptions& options) {
+    const auto leasePath = options.leasePath ? std::filesystem::path(*options.leasePath) : LeaseFile::defaultURL();
+    const TransportMode mode =
+        options.loopback
+            ? TransportMode{TransportMode::Loopback{.serverPort = options.port, .clientPort = options.clientPort}}
+            : TransportMode{TransportMode::Interface{*options.interface}};
+    return {.config = options.config,
+            .mode = mode,
+            .cardMAC = std::nullopt,
+            .leaseFile = {.url = leasePath},
+            .presenceEnabled = !options.loopback};
+}
+
+/// The sentence for a server that could not start.
+std::string startFailure(const std::exception& error, const ServeOptions& options) {
+    const auto* const refused = dynamic_cast<const TransportError*>(&error);
+    if (refused == nullptr || refused->code != EADDRINUSE) {
+        return error.what();
+    }
+    return fmt::format("port {} is in use by {}", options.loopback ? options.port : UDPTransport::serverPort,
+                       Preflight::port67Holder().value_or("another program"));
+}
+
+/// Serves until SIGINT, or until nobody reads standard output.
+void serve(DHCPServer& server, EventPrinter& printer, const ServeOptions& options) {
+    asio::io_context loop;
+    asio::signal_set interrupts(loop, SIGINT); // taken over before anything tells that the server runs
+    std::function<void()> awaitInterrupt = [&] {
+        interrupts.async_wait([&](const std::error_code& error, int) {
+            if (!error) {
+                server.stop();
+                awaitInterrupt();
+            }
+        });
+    };
+    awaitInterrupt();
+
+    const auto events = server.events();
+    std::thread consumer = Threads::start("tarnwick.events", [&] {
+        printer.consume(*events, [&] { server.stop(); });
+        asio::post(loop, [&loop] { loop.stop(); });
+    });
+    try {
+        server.start();
+    } catch (const std::exception& error) {
+        events->finish();
+        consumer.join();
+        throw CLIError(startFailure(error, options), false);
+    }
+    loop.run();
+    consumer.join();
+}
+
+int runServe(const ServeOptions& options) {
+    requireValid(options.config);
+    DHCPServer::Options forServer = serverOptions(options);
+    std::unique_ptr<LogFileWriter> log;
+    if (!options.loopback) {
+        const NetworkCard card = cardNamed(*options.interface);
+        if (!passesPreflight(card, options.config)) {
+            return exitFailure;
+        }
+        forServer.cardMAC = card.mac;
+        log = std::make_unique<LogFileWriter>(LogFileWriter::defaultDirectory());
+    }
+    const auto server = std::make_shared<DHCPServer>(std::move(forServer));
+    EventPrinter printer(options.json, std::move(log));
+    serve(*server, printer, options);
+    return EXIT_SUCCESS;
+}
+
+int run(std::span<const std::string> arguments) {
+    if (arguments.empty()) {
+        printLine(usageText);
+        return EXIT_SUCCESS;
+    }
+    const std::string& command = arguments.front();
+    if (command == "list") {
+        runList();
+        return EXIT_SUCCESS;
+    }
+    if (command == "serve") {
+        return runServe(parseServe(arguments.subspan(1)));
+    }
+    if (command == "--version") {
+        printLine(fmt::format("tarnwick {}", DHCPCoreInfo::version));
+        return EXIT_SUCCESS;
+    }
+    printLine(usageText);
+    return exitUsage;
+}
+
+} // namespace
+} // namespace Tarnwick
+
+int main(int argumentCount, char** arguments) {
+    using namespace Tarnwick;
+    openMissingStandardDescriptors();
+    std::signal(SIGPIPE, SIG_IGN); // a reader that goes away is told by the write, not by a signal in mid-save
+    try {
+        const std::vector<std::string> words(arguments, arguments + argumentCount);
+        return run(std::span(words).subspan(words.empty() ? 0 : 1));
+    } catch (const CLIError& error) {
+        printError(error.description());
+        if (!error.isUsage) {
+            return exitFailure;
+        }
+        std::ignore = writeAll(STDERR_FILENO, "\n" + std::string(usageText) + "\n");
+        return exitUsage;
+    } catch (const std::exception& error) {
+        printError(error.what());
+        return exitFailure;
+    }
+}
