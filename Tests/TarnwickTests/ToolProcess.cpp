@@ -6,18 +6,17 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <iterator>
+#include <poll.h>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
-#include <utility>
-
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace Tarnwick {
 

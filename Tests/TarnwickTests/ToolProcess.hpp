@@ -8,9 +8,8 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <vector>
-
 #include <sys/types.h>
+#include <vector>
 
 namespace Tarnwick {
 
@@ -26,7 +25,8 @@ class ToolProcess {
         std::optional<std::filesystem::path> outputFile; ///< Where standard output goes instead of to the test.
     };
 
-    explicit ToolProcess(std::vector<std::string> arguments) : ToolProcess(Setting{.arguments = std::move(arguments)}) {}
+    explicit ToolProcess(std::vector<std::string> arguments)
+        : ToolProcess(Setting{.arguments = std::move(arguments)}) {}
     explicit ToolProcess(const Setting& setting);
     ToolProcess(const ToolProcess&) = delete;
     ToolProcess& operator=(const ToolProcess&) = delete;
