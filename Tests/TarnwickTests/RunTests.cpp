@@ -11,6 +11,7 @@
 #include <iterator>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace Tarnwick {
@@ -57,6 +58,14 @@ class RunTest : public testing::Test {
             with(with(message(DHCPMessageType::request, device), OptionCode::requestedIP, offer.yiaddr),
                  OptionCode::serverID, server);
         EXPECT_EQ(client_.ask(request).messageType(), DHCPMessageType::ack);
+    }
+
+    /// Has a device decline an address, again and again until the server is there and has saved it.
+    void declineUntilSaved() const {
+        while (!std::filesystem::exists(leases_)) {
+            client_.send(with(message(DHCPMessageType::decline), OptionCode::requestedIP, IPv4Address{10, 0, 0, 1}));
+            std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        }
     }
 
     /// A document with one bound lease that lasts long enough.
@@ -278,9 +287,7 @@ TEST_F(RunTest, EndsInOrderWhenNobodyReadsItsOutput) {
 
 TEST_F(RunTest, ReportsAFullOutputOnceAndServesOn) {
     ToolProcess tool({.arguments = arguments(), .outputFile = "/dev/full"});
-    while (!std::filesystem::exists(leases_)) { // until the server is there, its port refuses
-        client_.send(with(message(DHCPMessageType::decline), OptionCode::requestedIP, IPv4Address{10, 0, 0, 1}));
-    }
+    declineUntilSaved();
     bind(1);
     tool.signal(SIGINT);
     EXPECT_EQ(tool.wait(), 0);
@@ -289,9 +296,7 @@ TEST_F(RunTest, ReportsAFullOutputOnceAndServesOn) {
 
 TEST_F(RunTest, WritesNoEventIntoAFileWhenItHasNoOutput) {
     ToolProcess tool({.arguments = arguments(), .outputClosed = true});
-    while (!std::filesystem::exists(leases_)) {
-        client_.send(with(message(DHCPMessageType::decline), OptionCode::requestedIP, IPv4Address{10, 0, 0, 1}));
-    }
+    declineUntilSaved();
     bind(1);
     tool.signal(SIGINT);
     EXPECT_EQ(tool.wait(), 0);
