@@ -7,8 +7,6 @@
 #include <nlohmann/json.hpp>
 
 #include <csignal>
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <string>
 #include <thread>
@@ -18,29 +16,11 @@ namespace Tarnwick {
 namespace {
 
 using namespace DHCPCore;
+using namespace DHCPCore::TestSupport;
 using nlohmann::json;
 
 constexpr IPv4Address server{192, 168, 0, 1};
 const std::string startLine = "START        lo0 server 192.168.0.1/24 range 192.168.0.100-192.168.0.200 lease 24 h";
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void writeFile(const std::filesystem::path& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-/// The names in a folder, sorted.
-std::vector<std::string> namesIn(const std::filesystem::path& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        names.push_back(entry.path().filename());
-    }
-    std::ranges::sort(names);
-    return names;
-}
 
 /// A scratch folder with a lease file, and a client.
 class RunTest : public testing::Test {
@@ -89,7 +69,7 @@ class RunTest : public testing::Test {
 
     LoopbackClient client_;
     TemporaryDirectory folder_;
-    std::filesystem::path leases_ = folder_.path() / "leases.json";
+    std::filesystem::path leases_ = folder_ / "leases.json";
 };
 
 TEST_F(RunTest, StartsAndStopsOnInterrupt) {
@@ -124,7 +104,7 @@ TEST_F(RunTest, IgnoresTheCardInLoopbackModeAndKeepsNoLog) {
     ASSERT_TRUE(start);
     EXPECT_EQ(withoutTime(*start), startLine);
     stop(tool);
-    EXPECT_EQ(namesIn(tool.home()), (std::vector<std::string>{"stderr"}));
+    EXPECT_EQ(tool.homeNames(), (std::vector<std::string>{"stderr"}));
 }
 
 TEST_F(RunTest, SavesAnAcknowledgedLeaseBeforeItsAnswerLeaves) {
@@ -133,7 +113,7 @@ TEST_F(RunTest, SavesAnAcknowledgedLeaseBeforeItsAnswerLeaves) {
     EXPECT_FALSE(std::filesystem::exists(leases_));
     const Date before = std::chrono::floor<std::chrono::seconds>(currentDate());
     bind(1);
-    const json saved = json::parse(readFile(leases_));
+    const json saved = json::parse(readText(leases_));
     const Date after = currentDate();
     EXPECT_EQ(saved["version"], 1);
     EXPECT_EQ(saved["quarantine"], json::array());
@@ -148,8 +128,8 @@ TEST_F(RunTest, SavesAnAcknowledgedLeaseBeforeItsAnswerLeaves) {
     EXPECT_GE(*expiry, before + std::chrono::hours{24});
     EXPECT_LE(*expiry, after + std::chrono::hours{24});
     stop(tool);
-    EXPECT_EQ(json::parse(readFile(leases_)), saved);
-    EXPECT_EQ(namesIn(folder_.path()), (std::vector<std::string>{"leases.json"}));
+    EXPECT_EQ(json::parse(readText(leases_)), saved);
+    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"leases.json"}));
 }
 
 TEST_F(RunTest, DoesNotSaveAnOfferAlone) {
@@ -159,7 +139,7 @@ TEST_F(RunTest, DoesNotSaveAnOfferAlone) {
     tool.linesThrough("TX OFFER");
     EXPECT_FALSE(std::filesystem::exists(leases_));
     stop(tool);
-    EXPECT_EQ(json::parse(readFile(leases_))["leases"][0]["state"], "offered") << "stopping saves the table as it is";
+    EXPECT_EQ(json::parse(readText(leases_))["leases"][0]["state"], "offered") << "stopping saves the table as it is";
 }
 
 TEST_F(RunTest, KeepsLeasesFromOneRunToTheNext) {
@@ -178,7 +158,7 @@ TEST_F(RunTest, KeepsLeasesFromOneRunToTheNext) {
 }
 
 TEST_F(RunTest, DropsALeaseThatLiesOutsideTheRange) {
-    writeFile(leases_, document("192.168.0.99"));
+    writeText(leases_, document("192.168.0.99"));
     ToolProcess tool(arguments());
     std::vector<std::string> lines = tool.linesThrough("START");
     ASSERT_EQ(lines.size(), 3U);
@@ -193,20 +173,20 @@ TEST_F(RunTest, MovesAsideALeaseFileThatItCanNotUse) {
          {std::string("{ no json"), std::string(), std::string(R"({"version": 1})"),
           std::string(R"({"version": 2, "leases": [], "quarantine": []})"), std::string(100'000, '[')}) {
         SCOPED_TRACE(text.substr(0, 60));
-        std::filesystem::remove_all(folder_.path() / ".");
-        std::filesystem::create_directories(folder_.path());
-        writeFile(leases_, text);
-        ToolProcess tool(arguments());
+        const TemporaryDirectory folder;
+        const std::filesystem::path file = folder / "leases.json";
+        writeText(file, text);
+        ToolProcess tool(client_.serveArguments({"--leases", file.string()}));
         const std::vector<std::string> lines = tool.linesThrough("START");
         ASSERT_EQ(lines.size(), 2U);
-        const std::vector<std::string> names = namesIn(folder_.path());
+        const std::vector<std::string> names = folder.names();
         ASSERT_EQ(names.size(), 1U);
         EXPECT_TRUE(std::regex_match(names[0], std::regex(R"(leases\.json\.corrupt-\d{8}-\d{6})"))) << names[0];
-        EXPECT_EQ(readFile(folder_.path() / names[0]), text);
+        EXPECT_EQ(readText(folder / names[0]), text);
         EXPECT_EQ(withoutTime(lines[0]), "NOTICE       The lease file could not be read and was moved to " + names[0] +
                                              ". Starting with no leases.");
         stop(tool);
-        EXPECT_TRUE(std::filesystem::exists(leases_));
+        EXPECT_TRUE(std::filesystem::exists(file));
     }
 }
 
@@ -222,7 +202,7 @@ TEST_F(RunTest, LeavesAloneALeaseFileThatItCanNotRead) {
         << lines[0];
     bind(1);
     stop(tool);
-    EXPECT_EQ(namesIn(folder_.path()), (std::vector<std::string>{"leases.json"}));
+    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"leases.json"}));
     EXPECT_TRUE(std::filesystem::is_directory(leases_));
 }
 
@@ -235,15 +215,15 @@ TEST_F(RunTest, TakesARelativePathForTheLeaseFile) {
 }
 
 TEST_F(RunTest, ServesOnWhenLeasesCanNotBeSaved) {
-    const std::filesystem::path file = folder_.path() / "file";
-    writeFile(file, "in the way");
+    const std::filesystem::path file = folder_ / "file";
+    writeText(file, "in the way");
     ToolProcess tool(client_.serveArguments({"--leases", (file / "leases.json").string()}));
     tool.linesThrough("START");
     bind(1);
     const std::vector<std::string> lines = tool.linesThrough("TX ACK");
     const std::string notice = withoutTime(lines.at(lines.size() - 2));
     EXPECT_TRUE(notice.starts_with("NOTICE       Leases could not be saved: ")) << notice;
-    EXPECT_EQ(readFile(file), "in the way");
+    EXPECT_EQ(readText(file), "in the way");
 }
 
 TEST_F(RunTest, PrintsEachEventAsOneJSONObject) {
@@ -281,8 +261,8 @@ TEST_F(RunTest, EndsInOrderWhenNobodyReadsItsOutput) {
     client_.send(message(DHCPMessageType::decline)); // an event that nobody will read
     EXPECT_EQ(tool.wait(), 0);
     EXPECT_EQ(tool.errors(), "");
-    EXPECT_EQ(json::parse(readFile(leases_))["leases"][0]["state"], "bound");
-    EXPECT_EQ(namesIn(folder_.path()), (std::vector<std::string>{"leases.json"}));
+    EXPECT_EQ(json::parse(readText(leases_))["leases"][0]["state"], "bound");
+    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"leases.json"}));
 }
 
 TEST_F(RunTest, ReportsAFullOutputOnceAndServesOn) {
@@ -300,7 +280,7 @@ TEST_F(RunTest, WritesNoEventIntoAFileWhenItHasNoOutput) {
     bind(1);
     tool.signal(SIGINT);
     EXPECT_EQ(tool.wait(), 0);
-    EXPECT_EQ(json::parse(readFile(leases_))["leases"].size(), 1U);
+    EXPECT_EQ(json::parse(readText(leases_))["leases"].size(), 1U);
 }
 
 } // namespace

@@ -7,11 +7,8 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <poll.h>
 #include <regex>
-#include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <thread>
@@ -24,11 +21,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// In the child: standard output and error in place, then the tool.
 [[noreturn]] void becomeTool(const ToolProcess::Setting& setting, const std::filesystem::path& home, int output) {
@@ -124,7 +116,7 @@ std::string ToolProcess::rest() {
     return std::exchange(unread_, {});
 }
 
-std::string ToolProcess::errors() { return readFile(home() / "stderr"); }
+std::string ToolProcess::errors() { return DHCPCore::TestSupport::readText(home() / "stderr"); }
 
 void ToolProcess::signal(int number) const { ::kill(pid_, number); }
 

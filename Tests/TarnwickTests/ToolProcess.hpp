@@ -57,12 +57,15 @@ class ToolProcess {
     /// The home folder that the tool sees.
     [[nodiscard]] const std::filesystem::path& home() const { return home_.path(); }
 
+    /// The names of what the tool put there, beside the file that holds its standard error.
+    [[nodiscard]] std::vector<std::string> homeNames() const { return home_.names(); }
+
     [[nodiscard]] pid_t pid() const { return pid_; }
 
   private:
     [[nodiscard]] bool readMore();
 
-    DHCPCore::TemporaryDirectory home_;
+    DHCPCore::TestSupport::TemporaryDirectory home_;
     pid_t pid_ = -1;
     DHCPCore::FileDescriptor output_;
     std::string unread_;
