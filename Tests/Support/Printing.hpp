@@ -5,7 +5,10 @@
 #include "DHCPCore/EventLog.hpp"
 #include "DHCPCore/Events.hpp"
 #include "DHCPCore/LeaseStore.hpp"
+#include "DHCPCore/Overloaded.hpp"
 #include "DHCPCore/Packet.hpp"
+#include "DHCPCore/Reply.hpp"
+#include "DHCPCore/Responder.hpp"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -102,5 +105,33 @@ inline void PrintTo(const ServerEvent& event, std::ostream* out) {
 namespace EventLog {
 inline void PrintTo(const Parts& parts, std::ostream* out) { *out << parts.label << " | " << parts.text; }
 } // namespace EventLog
+
+inline void PrintTo(const Reply& reply, std::ostream* out) {
+    *out << fmt::format("{} about {} for {} to {} note {}: ", description(reply.type), reply.ip.description(),
+                        reply.mac.description(), reply.destination.description(), reply.note.value_or("-"));
+    PrintTo(reply.packet, out);
+}
+
+inline void PrintTo(const DecisionAction& action, std::ostream* out) {
+    std::visit(Overloaded{[out](const DecisionAction::Reply& reply) {
+                              *out << "reply ";
+                              PrintTo(reply.reply, out);
+                          },
+                          [out](const DecisionAction::Probe& probe) { *out << "probe " << probe.ip.description(); },
+                          [out](const DecisionAction::None&) { *out << "nothing"; }},
+               action.value);
+}
+
+inline void PrintTo(const Decision& decision, std::ostream* out) {
+    *out << "\n  action: ";
+    PrintTo(decision.action, out);
+    *out << "\n  table" << (decision.tableChanged ? " to be saved: " : ": ");
+    PrintTo(decision.table, out);
+    *out << "\n  notes:";
+    for (const ServerEvent& note : decision.notes) {
+        *out << "\n    ";
+        PrintTo(note, out);
+    }
+}
 
 } // namespace DHCPCore
