@@ -80,6 +80,29 @@ TEST(ReplyDestinationTest, TellsUnicastToTheBroadcastAddressFromBroadcast) {
               ReplyDestination{ReplyDestination::Broadcast{}});
 }
 
+TEST(PresenceStateTest, HasItsCaseNameAsRawValue) {
+    const auto cases = allCases<PresenceState>();
+    std::vector<std::string_view> names;
+    names.reserve(cases.size());
+    for (const PresenceState state : cases) {
+        names.push_back(rawValue(state));
+        EXPECT_EQ(fromRawValue<PresenceState>(rawValue(state)), state);
+    }
+    EXPECT_EQ(names, (std::vector<std::string_view>{"unknown", "online", "offline", "conflict"}));
+    EXPECT_EQ(fromRawValue<PresenceState>("Online"), std::nullopt);
+}
+
+TEST(PresenceStateTest, TravelsAsItsRawValue) {
+    EXPECT_EQ(nlohmann::json(PresenceState::conflict), nlohmann::json("conflict"));
+    EXPECT_EQ(nlohmann::json("offline").get<PresenceState>(), PresenceState::offline);
+    try {
+        static_cast<void>(nlohmann::json("away").get<PresenceState>());
+        FAIL() << "an unknown state was read";
+    } catch (const DecodingError& error) {
+        EXPECT_EQ(error.description(), "Not a presence state: away");
+    }
+}
+
 struct NoticeKindFacts {
     NoticeKind kind;
     std::string_view name;
