@@ -36,7 +36,7 @@ seconds hostOffset(std::chrono::sys_seconds instant) {
     return seconds{fields.tm_gmtoff};
 }
 
-/// Two digits at a fixed place, at most `limit`.
+/// A number of `count` digits at a fixed place, at most `limit`.
 std::optional<int> digits(std::string_view text, std::size_t position, std::size_t count, int limit) {
     const auto piece = text.substr(position, count);
     if (!std::ranges::all_of(piece, isDecimalDigit)) {

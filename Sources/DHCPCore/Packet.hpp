@@ -114,12 +114,12 @@ struct DHCPPacket {
     std::uint32_t xid = 0;
     std::uint16_t secs = 0;
     std::uint16_t flags = 0; ///< Carried verbatim.
-    IPv4Address ciaddr;
-    IPv4Address yiaddr;
-    IPv4Address siaddr;
-    IPv4Address giaddr;
+    IPv4Address ciaddr{};
+    IPv4Address yiaddr{};
+    IPv4Address siaddr{};
+    IPv4Address giaddr{};
     std::array<std::uint8_t, chaddrLength> chaddr{}; ///< The whole field, whatever `hlen` says.
-    std::vector<DHCPOptionField> options;            ///< In wire order, duplicates kept.
+    std::vector<DHCPOptionField> options{};          ///< In wire order, duplicates kept.
 
     /// Reads a datagram. @throws PacketError with the first fault met.
     [[nodiscard]] static DHCPPacket parse(std::span<const std::uint8_t> datagram);
