@@ -14,6 +14,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <system_error>
+#include <tuple>
 #include <unistd.h>
 #include <utility>
 
@@ -73,18 +74,19 @@ std::optional<struct stat> regularFileStatus(const std::filesystem::path& file) 
 class HiddenFile {
   public:
     explicit HiddenFile(std::filesystem::path target)
-        : target_(std::move(target)), path_(target_.parent_path() / fmt::format(".{}.tmp-{}", name(), randomUUID())) {
+        : target_(std::move(target)), name_(target_.filename().string()),
+          path_(target_.parent_path() / fmt::format(".{}.tmp-{}", name_, randomUUID())) {
         const auto replaced = regularFileStatus(target_);
         // Never wider than the mode it ends with: the content may be for few eyes.
         const mode_t mode = replaced ? replaced->st_mode & newFileMode : newFileMode;
         descriptor_ = FileDescriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
         if (!descriptor_.isOpen()) {
-            fail("write", name(), errno);
+            fail("write", name_, errno);
         }
         if (replaced && !takeOver(*replaced)) {
             const int number = errno;
             remove(); // no destructor runs when a constructor throws
-            fail("write", name(), number);
+            fail("write", name_, number);
         }
     }
     HiddenFile(const HiddenFile&) = delete;
@@ -101,25 +103,23 @@ class HiddenFile {
         while (!content.empty()) {
             const ssize_t count = ::write(descriptor_.number(), content.data(), content.size());
             if (count < 0 && errno != EINTR) {
-                fail("write", name(), errno);
+                fail("write", name_, errno);
             }
             content.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
         }
         if (::close(descriptor_.release()) != 0) { // some file systems tell only now that there was no room
-            fail("write", name(), errno);
+            fail("write", name_, errno);
         }
     }
 
     void putInPlace() {
         if (std::rename(path_.c_str(), target_.c_str()) != 0) {
-            fail("replace", name(), errno);
+            fail("replace", name_, errno);
         }
         isInPlace_ = true;
     }
 
   private:
-    [[nodiscard]] std::string name() const { return target_.filename().string(); }
-
     /// @return false with `errno` set when the mode is refused.
     [[nodiscard]] bool takeOver(const struct stat& replaced) const {
         // Only root may give a file away; a member may still hand it to the group.
@@ -137,6 +137,7 @@ class HiddenFile {
     void remove() const { ::unlink(path_.c_str()); }
 
     std::filesystem::path target_;
+    std::string name_; ///< The target's, for the user.
     std::filesystem::path path_;
     FileDescriptor descriptor_;
     bool isInPlace_ = false;

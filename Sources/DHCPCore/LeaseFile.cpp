@@ -41,6 +41,9 @@ std::optional<LeaseTable> decode(std::string_view text) {
         }
         return true;
     };
+    if (text.find('\0') != std::string_view::npos) { // not JSON, though the parser would take it for the end
+        return std::nullopt;
+    }
     try {
         const auto document = nlohmann::json::parse(text, refuseDeepNesting);
         if (document.at(versionKey) != documentVersion) {
@@ -61,6 +64,7 @@ std::optional<LeaseTable> decode(std::string_view text) {
 
 /// Opens a regular file for reading. Nothing is open when there is no file.
 FileDescriptor openRegularFile(const std::filesystem::path& file) {
+    constexpr off_t largest = off_t{256} << 20; // room for half a million leases
     // Opening a named pipe would wait for somebody to write into it.
     FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!descriptor.isOpen()) {
@@ -79,12 +83,14 @@ FileDescriptor openRegularFile(const std::filesystem::path& file) {
     if (!S_ISREG(status.st_mode)) {
         failToRead(file, "Not a regular file");
     }
+    if (status.st_size > largest) {
+        failToRead(file, systemText(EFBIG));
+    }
     return descriptor;
 }
 
 /// The content of a file; nothing when there is none.
 std::optional<std::string> readWholeFile(const std::filesystem::path& file) {
-    constexpr std::size_t largest = std::size_t{256} << 20U; // room for half a million leases
     const FileDescriptor descriptor = openRegularFile(file);
     if (!descriptor.isOpen()) {
         return std::nullopt;
@@ -100,9 +106,6 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& file) {
             return content;
         }
         content.append(buffer.data(), count < 0 ? 0 : static_cast<std::size_t>(count));
-        if (content.size() > largest) {
-            failToRead(file, systemText(EFBIG));
-        }
     }
 }
 

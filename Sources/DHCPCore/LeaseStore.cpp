@@ -125,10 +125,10 @@ std::size_t LeaseTable::clearInactive(Date now) {
 }
 
 std::vector<Lease> LeaseTable::dropOutside(AddressRange range) {
-    const auto outside =
-        std::ranges::stable_partition(leases_, [&](const Lease& lease) { return range.contains(lease.ip); });
-    std::vector<Lease> dropped(std::move_iterator(outside.begin()), std::move_iterator(outside.end()));
-    leases_.erase(outside.begin(), outside.end());
+    const auto outside = std::stable_partition(leases_.begin(), leases_.end(),
+                                               [&](const Lease& lease) { return range.contains(lease.ip); });
+    std::vector<Lease> dropped(std::make_move_iterator(outside), std::make_move_iterator(leases_.end()));
+    leases_.erase(outside, leases_.end());
     return dropped;
 }
 
