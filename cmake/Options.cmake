@@ -14,10 +14,6 @@ add_library(tarnwick_asio INTERFACE)
 target_include_directories(tarnwick_asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
 target_compile_definitions(tarnwick_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
 target_link_libraries(tarnwick_asio INTERFACE Threads::Threads)
-if(TARNWICK_SANITIZE MATCHES "thread")
-    # The thread sanitizer does not know fences, and GCC refuses them under it; the queues' own locks order everything.
-    target_compile_definitions(tarnwick_asio INTERFACE ASIO_DISABLE_FENCED_BLOCK)
-endif()
 
 find_program(TARNWICK_CCACHE ccache)
 if(TARNWICK_CCACHE)
