@@ -7,8 +7,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 {
     "$root/scripts/setup" build
     # The tests are not needed here, so their libraries are not either.
-    cmake -S "$root" --preset release --log-level=WARNING -DTARNWICK_TESTS=OFF -DTARNWICK_BENCHMARKS=OFF
-    cmake --build "$root/build/release" --target tarnwick device
+    "$root/scripts/build" release -DTARNWICK_TESTS=OFF -DTARNWICK_BENCHMARKS=OFF
 } >&2
 
 if [ $# -gt 0 ]; then

@@ -4,6 +4,5 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
 scripts/setup build test
-cmake --preset release --log-level=WARNING -DTARNWICK_TESTS=ON -DTARNWICK_BENCHMARKS=ON
-cmake --build --preset release
+scripts/build release -DTARNWICK_TESTS=ON -DTARNWICK_BENCHMARKS=ON
 ctest --preset release "$@"
