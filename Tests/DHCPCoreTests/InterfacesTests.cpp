@@ -83,7 +83,7 @@ TEST(NetworkCardTest, SummarisesThatItHasNoAddress) {
 }
 
 TEST(NetworkCardTest, SummarisesTheFirstAddressAndWhereItComesFrom) {
-    const std::pair<ConfigMethod, std::string> table[] = {
+    const std::vector<std::pair<ConfigMethod, std::string>> table{
         {{ConfigMethod::Manual{.ip = serverSubnet.address, .mask = serverSubnet.mask()}}, "192.168.0.1 (manual)"},
         {{ConfigMethod::DHCP{}}, "192.168.0.1 (DHCP)"},
         {{ConfigMethod::None{}}, "192.168.0.1"},
@@ -223,8 +223,8 @@ constexpr std::int32_t fullDuplex = 1 << 20;
 constexpr std::int32_t halfDuplex = 1 << 21;
 
 TEST(MediaDescriptionTest, NamesTheKnownSpeeds) {
-    const std::pair<std::int32_t, std::string> table[] = {{3, "10baseT"},    {6, "100baseTX"},   {16, "1000baseT"},
-                                                          {21, "10GBase-T"}, {22, "2500Base-T"}, {23, "5000Base-T"}};
+    const std::vector<std::pair<std::int32_t, std::string>> table{
+        {3, "10baseT"}, {6, "100baseTX"}, {16, "1000baseT"}, {21, "10GBase-T"}, {22, "2500Base-T"}, {23, "5000Base-T"}};
     for (const auto& [subtype, text] : table) {
         EXPECT_EQ(Interfaces::describeMedia(ethernet | subtype), text);
         EXPECT_EQ(Interfaces::describeMedia(ethernet | subtype | fullDuplex), text + " full-duplex");

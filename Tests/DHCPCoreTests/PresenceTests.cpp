@@ -211,6 +211,7 @@ TEST(ProberTest, NeedsThreeDescriptorsForTheServersProbeHoweverOftenItRuns) {
 TEST(ProberTest, RunsOnManyThreadsAtOnce) {
     std::vector<ProbeResult> results(32);
     std::vector<std::thread> threads;
+    threads.reserve(results.size());
     for (ProbeResult& result : results) {
         threads.emplace_back([&result] {
             result = Prober{.interfaceName = "none", .tcpPorts = {80, 443}}.probe(IPv4Address::loopback, 5s);

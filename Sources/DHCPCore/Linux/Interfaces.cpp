@@ -70,7 +70,7 @@ bool isWireless(const fs::path& folder) {
 std::optional<std::string> modalias(fs::path device) {
     constexpr int levels = 2;
     for (int level = 0; level < levels; ++level, device = device.parent_path()) {
-        const auto alias = SystemFiles::readLine(device / "modalias");
+        auto alias = SystemFiles::readLine(device / "modalias");
         if (alias && (alias->starts_with("pci:") || alias->starts_with("usb:"))) {
             return alias;
         }
@@ -226,7 +226,7 @@ bool isEthernet(const FileDescriptor& socket, ifreq request) {
 
 /// Speed and duplex as a media word; 0 when the driver does not tell.
 std::int32_t mediaWordOf(const FileDescriptor& socket, ifreq request) {
-    constexpr std::size_t mostMaskBytes = 3 * 127 * sizeof(std::uint32_t);
+    constexpr std::size_t mostMaskBytes = std::size_t{3} * 127 * sizeof(std::uint32_t); // three masks, int8_t words
     alignas(ethtool_link_settings) std::array<std::uint8_t, sizeof(ethtool_link_settings) + mostMaskBytes> buffer{};
     ethtool_link_settings settings{};
     settings.cmd = ETHTOOL_GLINKSETTINGS;
