@@ -5,12 +5,12 @@
 #include "DHCPCore/ProcessRunner.hpp"
 #include "DHCPCore/TextPieces.hpp"
 #include "networksetup/CardAddresses.hpp"
+#include "networksetup/Printable.hpp"
 #include "networksetup/Refusal.hpp"
 #include "networksetup/StagedFile.hpp"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -37,13 +37,10 @@ auto attempt(const Step& step, Work work) {
     }
 }
 
-/// The first line that a program wrote, without what could disturb a terminal; nothing when it wrote none.
+/// The first line with something to read on it; nothing when there is none.
 std::string firstLine(const std::string& output) {
     for (const std::string_view line : DHCPCore::splitDroppingEmpty(output, '\n')) {
-        std::string shown(line);
-        std::erase_if(shown,
-                      [](char character) { return static_cast<unsigned char>(character) < 0x20 || character == 0x7F; });
-        if (!shown.empty()) {
+        if (std::string shown = printable(line); !shown.empty()) {
             return shown;
         }
     }

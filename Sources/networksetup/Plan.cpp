@@ -207,6 +207,7 @@ const IfupdownFacts::File* fileWithStanza(const IfupdownFacts& ifupdown, const s
 
 Plan planForIfupdown(const IfupdownFacts& ifupdown, const IfupdownFacts::File& file, const Card& card,
                      const Address& address) {
+    requirePlainName(card);
     Plan plan{.steps = {}, .done = fmt::format("Set {} to {} in {}", card.name, target(address), file.path)};
     // Taken down by the old stanza, so that a DHCP client which runs for it ends.
     if (ifupdown.upCards.contains(card.name)) {

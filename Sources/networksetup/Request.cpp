@@ -1,6 +1,6 @@
 #include "networksetup/Request.hpp"
 
-#include "DHCPCore/UTF8.hpp"
+#include "networksetup/Printable.hpp"
 #include "networksetup/Refusal.hpp"
 
 #include <fmt/format.h>
@@ -14,19 +14,6 @@ using DHCPCore::Subnet;
 
 namespace {
 
-/// Whether the text may be shown on a terminal: UTF-8 without control characters (C0, DEL and C1).
-bool isPrintable(const std::string& text) {
-    for (std::size_t index = 0; index < text.size(); ++index) {
-        const auto byte = static_cast<unsigned char>(text[index]);
-        const bool beginsC1 =
-            byte == 0xC2 && index + 1 < text.size() && static_cast<unsigned char>(text[index + 1]) < 0xA0;
-        if (byte < 0x20 || byte == 0x7F || beginsC1) {
-            return false;
-        }
-    }
-    return DHCPCore::repairedUTF8(text) == text;
-}
-
 /// 0.0.0.0/8, 127.0.0.0/8 and everything from 224.0.0.0 on (RFC 6890, section 2.2.2).
 bool isReserved(IPv4Address address) {
     const std::uint32_t firstOctet = address.value >> 24U;
@@ -36,7 +23,7 @@ bool isReserved(IPv4Address address) {
 IPv4Address parseAddress(const std::string& text) {
     const auto address = IPv4Address::parse(text);
     if (!address) {
-        throw Refusal(fmt::format("{} is not an IPv4 address.", text));
+        throw Refusal(fmt::format("Not an IPv4 address: {}.", text));
     }
     if (isReserved(*address)) {
         throw Refusal(fmt::format("{} can't be the address of a card.", address->description()));
@@ -48,7 +35,7 @@ int parseMask(const std::string& text) {
     const auto mask = IPv4Address::parse(text);
     const auto prefixLength = mask ? Subnet::prefixLengthOfMask(*mask) : std::nullopt;
     if (!prefixLength) {
-        throw Refusal(fmt::format("{} is not a subnet mask.", text));
+        throw Refusal(fmt::format("Not a subnet mask: {}.", text));
     }
     constexpr int longestPrefix = 30; // room for the card, one device, and the two reserved addresses
     if (*prefixLength < 1 || *prefixLength > longestPrefix) {
@@ -80,7 +67,7 @@ void requireCount(std::span<const std::string> words, std::size_t count, std::st
 
 Request parseRequest(std::span<const std::string> words) {
     for (const std::string& word : words) {
-        if (!isPrintable(word)) {
+        if (printable(word) != word) {
             throw Refusal("An argument holds what can't be printed.");
         }
     }

@@ -3,6 +3,7 @@
 #include "DHCPCore/Overloaded.hpp"
 #include "networksetup/Execution.hpp"
 #include "networksetup/Plan.hpp"
+#include "networksetup/Printable.hpp"
 #include "networksetup/Refusal.hpp"
 #include "networksetup/Request.hpp"
 #include "networksetup/Survey.hpp"
@@ -65,7 +66,7 @@ int main(int argumentCount, char** arguments) {
         Tarnwick::printLine(run(std::span(words).subspan(words.empty() ? 0 : 1)));
         return EXIT_SUCCESS;
     } catch (const std::exception& error) {
-        std::ignore = Tarnwick::writeAll(STDERR_FILENO, fmt::format("networksetup: {}\n", error.what()));
+        std::ignore = Tarnwick::writeAll(STDERR_FILENO, fmt::format("networksetup: {}\n", printable(error.what())));
         return EXIT_FAILURE;
     }
 }

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 class ExecutionTest : public testing::Test {
   protected:
-    [[nodiscard]] std::string path(const std::string& name) const { return folder_ / name; }
+    [[nodiscard]] std::string path(const std::string& name) const { return folder / name; }
 
     /// A program that writes down its arguments, one a line and a line of dashes after them, then does as told.
     [[nodiscard]] std::string program(const std::string& name, const std::string& then = "exit 0") const {
@@ -49,7 +49,7 @@ class ExecutionTest : public testing::Test {
         }
     }
 
-    TemporaryDirectory folder_;
+    TemporaryDirectory folder;
 };
 
 TEST_F(ExecutionTest, RunsProgramsInOrderWithTheirArgumentsAsTheyAre) {
@@ -62,7 +62,7 @@ TEST_F(ExecutionTest, RunsProgramsInOrderWithTheirArgumentsAsTheyAre) {
 }
 
 TEST_F(ExecutionTest, EndsAtTheFirstProgramThatFails) {
-    const std::string bad = program("bad", "printf '\\n\\033[2J  Error: not allowed.\\nmore\\n' >&2; exit 4");
+    const std::string bad = program("bad", R"(printf '\n\033[2J  Error: not allowed.\nmore\n' >&2; exit 4)");
     const std::string next = program("next");
 
     EXPECT_EQ(refusalOf({run(bad, {}), run(next, {})}), "Could not run: [2J  Error: not allowed.");
@@ -86,7 +86,7 @@ TEST_F(ExecutionTest, ReplacesAFileAndKeepsItsMode) {
 
     EXPECT_EQ(readText(path("file")), "new\n");
     EXPECT_EQ(fs::status(path("file")).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    EXPECT_EQ(folder_.names(), std::vector<std::string>{"file"});
+    EXPECT_EQ(folder.names(), std::vector<std::string>{"file"});
 }
 
 TEST_F(ExecutionTest, MakesAFileThatEverybodyMayReadAndItsFolder) {
@@ -112,13 +112,13 @@ TEST_F(ExecutionTest, ChangesNothingWhenAFileCantBeMadeReady) {
     EXPECT_EQ(refusalOf({run(program("first"), {}), write(path("good"), "x"), write(path("folder"), "x")}),
               "Could not write: it is not a plain file.");
 
-    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"first", "folder"}));
+    EXPECT_EQ(folder.names(), (std::vector<std::string>{"first", "folder"}));
 }
 
 TEST_F(ExecutionTest, LeavesNoStagedFileWhenAnEarlierStepFails) {
     EXPECT_NE(refusalOf({run(path("none"), {}), write(path("file"), "x")}), "");
 
-    EXPECT_EQ(folder_.names(), std::vector<std::string>{});
+    EXPECT_EQ(folder.names(), std::vector<std::string>{});
 }
 
 TEST_F(ExecutionTest, WritesInItsTurn) {

@@ -11,7 +11,6 @@ namespace NetworkSetup {
 namespace {
 
 using DHCPCore::IPv4Address;
-using DHCPCore::Subnet;
 using Words = std::vector<std::string>;
 
 Request manual(const std::string& service, IPv4Address address, int prefixLength) {
@@ -46,7 +45,7 @@ TEST(RequestTest, ReadsTheQuestionForTheVersion) {
 }
 
 TEST(RequestTest, TakesAServiceNameAsItIs) {
-    for (const std::string name : {"Joe's \"USB\" \\LAN", " en5 ", "-setdhcp", "Büro", "en5; reboot", "$(reboot)"}) {
+    for (const std::string name : {R"(Joe's "USB" \LAN)", " en5 ", "-setdhcp", "Büro", "en5; reboot", "$(reboot)"}) {
         SCOPED_TRACE(name);
         EXPECT_EQ(parseRequest(Words{"-setdhcp", name}), (Request{Request::SetDHCP{name}}));
     }
@@ -83,7 +82,7 @@ TEST(RequestTest, RefusesWhatATerminalCouldObeyOrIsNoText) {
 
 TEST(RequestTest, RefusesWhatIsNoAddress) {
     for (const std::string ip : {"", "192.168.0", "192.168.0.1/24", "192.168.0.256", " 192.168.0.1", "fe80::1"}) {
-        EXPECT_EQ(refusalOfAddress(ip, "255.255.255.0"), ip + " is not an IPv4 address.");
+        EXPECT_EQ(refusalOfAddress(ip, "255.255.255.0"), "Not an IPv4 address: " + ip + ".");
     }
 }
 
@@ -99,7 +98,7 @@ TEST(RequestTest, RefusesAnAddressThatNoCardMayHave) {
 
 TEST(RequestTest, RefusesWhatIsNoMask) {
     for (const std::string mask : {"", "24", "/24", "255.255.255", "255.0.255.0", "0.0.0.255", "255.255.255.253"}) {
-        EXPECT_EQ(refusalOfAddress("192.168.0.1", mask), mask + " is not a subnet mask.");
+        EXPECT_EQ(refusalOfAddress("192.168.0.1", mask), "Not a subnet mask: " + mask + ".");
     }
 }
 

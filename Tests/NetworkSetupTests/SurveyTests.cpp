@@ -97,21 +97,21 @@ TEST(SurveyTest, ReadsTheCardsThatAreUp) {
 class SurveyedHost : public testing::Test {
   protected:
     SurveyedHost() {
-        for (const auto folder : {"bin", "links", "network", "interfaces.d", "more.d"}) {
-            fs::create_directory(folder_ / folder);
+        for (const auto name : {"bin", "links", "network", "interfaces.d", "more.d"}) {
+            fs::create_directory(folder / name);
         }
-        places_ = {.nmcli = {path("bin/none"), path("bin/nmcli")},
-                   .systemctl = {path("bin/systemctl")},
-                   .networkctl = {path("bin/networkctl")},
-                   .networkdLinks = path("links"),
-                   .networkdDirectory = path("network"),
-                   .ifup = {path("bin/ifup")},
-                   .ifdown = {path("bin/ifdown")},
-                   .interfaces = path("interfaces"),
-                   .ifstate = path("ifstate")};
+        places = {.nmcli = {path("bin/none"), path("bin/nmcli")},
+                  .systemctl = {path("bin/systemctl")},
+                  .networkctl = {path("bin/networkctl")},
+                  .networkdLinks = path("links"),
+                  .networkdDirectory = path("network"),
+                  .ifup = {path("bin/ifup")},
+                  .ifdown = {path("bin/ifdown")},
+                  .interfaces = path("interfaces"),
+                  .ifstate = path("ifstate")};
     }
 
-    [[nodiscard]] std::string path(const std::string& name) const { return folder_ / name; }
+    [[nodiscard]] std::string path(const std::string& name) const { return folder / name; }
 
     /// A program that answers questions it knows: by the text of all its arguments.
     void install(const std::string& name, const std::string& cases) const {
@@ -132,16 +132,16 @@ class SurveyedHost : public testing::Test {
         loopback.kind = NetworkCard::Kind::ethernet;
         loopback.mac = DHCPCore::MACAddress{};
         loopback.linkUp = true;
-        return survey(service, {loopback}, places_);
+        return survey(service, {loopback}, places);
     }
 
-    TemporaryDirectory folder_;
-    Places places_;
-    const std::vector<Card> cards_{{.name = "lo", .isWired = true, .hasLink = true}};
+    TemporaryDirectory folder;
+    Places places;
+    const std::vector<Card> cards{{.name = "lo", .isWired = true, .hasLink = true}};
 };
 
 TEST_F(SurveyedHost, HasOnlyCardsWithoutAnyManager) {
-    EXPECT_EQ(surveyed("lo"), (Facts{.cards = cards_, .networkManager = {}, .networkd = {}, .ifupdown = {}}));
+    EXPECT_EQ(surveyed("lo"), (Facts{.cards = cards, .networkManager = {}, .networkd = {}, .ifupdown = {}}));
 }
 
 TEST_F(SurveyedHost, TellsWhatNetworkManagerTells) {
