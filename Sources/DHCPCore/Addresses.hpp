@@ -57,8 +57,7 @@ struct IPv4Address {
     /// Dotted decimal without leading zeros.
     [[nodiscard]] std::string description() const;
 
-    // This clang-tidy sees a null pointer in what a defaulted <=> compares with.
-    auto operator<=>(const IPv4Address&) const = default; // NOLINT(modernize-use-nullptr)
+    auto operator<=>(const IPv4Address&) const = default;
 };
 inline constexpr IPv4Address IPv4Address::zero{};
 inline constexpr IPv4Address IPv4Address::broadcast{255, 255, 255, 255};

@@ -35,7 +35,8 @@ struct LeaseFile {
 
     /// Reads the file. A missing file is an empty table; one that can't be decoded, or is of another version, is moved
     /// aside under a name stamped with `now`.
-    /// @throws LeaseFileError when the file can't be read or moved; it is then left as it was.
+    /// @throws LeaseFileError when the file can't be read or moved, is not a regular one or is larger than 256 MiB; it
+    /// is then left as it was.
     [[nodiscard]] LoadResult load(Date now) const;
 
     /// Writes the whole table, making the directory where it is missing. A file that is replaced keeps its mode and,

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cassert>
 #include <iterator>
+#include <limits>
 #include <utility>
 
 namespace DHCPCore {
@@ -33,10 +34,9 @@ constexpr std::size_t cookie = DHCPPacket::headerLength;
 constexpr std::size_t options = cookie + DHCPPacket::magicCookie.size();
 } // namespace Offset
 
-constexpr std::size_t usualLength = 320;       // a normal reply fits
-constexpr std::size_t usualOptionCount = 16;   // a normal message has fewer
-constexpr std::size_t longestShownText = 64;   // of the texts that a client sends about itself
-constexpr std::size_t longestOptionData = 255; // what the length byte can tell
+constexpr std::size_t usualLength = 320;     // a normal reply fits
+constexpr std::size_t usualOptionCount = 16; // a normal message has fewer
+constexpr std::size_t longestShownText = 64; // of the texts that a client sends about itself
 
 /// The part of a message that is always there: the fields and the cookie.
 using FixedPart = std::span<const std::uint8_t, Offset::options>;
@@ -78,6 +78,10 @@ std::vector<DHCPOptionField> parseOptions(std::span<const std::uint8_t> rest) {
 
 void append(Bytes& bytes, std::span<const std::uint8_t> piece) {
     bytes.insert(bytes.end(), piece.begin(), piece.end());
+}
+
+[[maybe_unused]] bool fitsLengthByte(std::span<const std::uint8_t> data) {
+    return data.size() <= std::numeric_limits<std::uint8_t>::max();
 }
 
 std::optional<std::string> printableOption(const DHCPPacket& packet, std::uint8_t code) {
@@ -186,7 +190,7 @@ Bytes DHCPPacket::serialize(std::size_t minimumLength) const {
     bytes.resize(headerLength); // sname and file
     append(bytes, magicCookie);
     for (const DHCPOptionField& option : options) {
-        assert(option.data.size() <= longestOptionData);
+        assert(fitsLengthByte(option.data));
         bytes.push_back(option.code);
         bytes.push_back(static_cast<std::uint8_t>(option.data.size()));
         append(bytes, option.data);
@@ -205,7 +209,7 @@ std::optional<std::span<const std::uint8_t>> DHCPPacket::option(std::uint8_t cod
 }
 
 void DHCPPacket::setOption(std::uint8_t code, std::span<const std::uint8_t> data) {
-    assert(data.size() <= longestOptionData);
+    assert(fitsLengthByte(data));
     Bytes copy(data.begin(), data.end()); // first of all: the data may be this packet's own
     const auto found = std::ranges::find(options, code, &DHCPOptionField::code);
     if (found == options.end()) {

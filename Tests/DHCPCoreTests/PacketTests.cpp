@@ -294,7 +294,7 @@ DHCPPacket randomPacket(std::mt19937& random) {
 }
 
 TEST(PacketSerializeTest, WritesWhatParsingReadsBack) {
-    std::mt19937 random(4711); // NOLINT(cert-msc51-cpp): the same packets in every run
+    std::mt19937 random(4711); // the same packets in every run
     for (int round = 0; round < 500; ++round) {
         SCOPED_TRACE(round);
         const DHCPPacket packet = randomPacket(random);

@@ -3,11 +3,11 @@
 #include "DHCPCore/SocketAddress.hpp"
 #include "TarnwickTests/ToolProcess.hpp"
 
+#include <algorithm>
 #include <array>
+#include <poll.h>
 #include <stdexcept>
 #include <string>
-
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -50,12 +50,9 @@ LoopbackClient::LoopbackClient() : socket_(openSocket()), serverPort_(nextFreePo
 }
 
 std::vector<std::string> LoopbackClient::serveArguments(const std::vector<std::string>& further) const {
-    std::vector<std::string> arguments{"serve",
-                                       "--test-loopback",
-                                       "--port",
-                                       std::to_string(serverPort_),
-                                       "--client-port",
-                                       std::to_string(clientPort_)};
+    std::vector<std::string> arguments{"serve",         "--test-loopback",
+                                       "--port",        std::to_string(serverPort_),
+                                       "--client-port", std::to_string(clientPort_)};
     arguments.insert(arguments.end(), further.begin(), further.end());
     return arguments;
 }
@@ -90,6 +87,26 @@ DHCPCore::DHCPPacket LoopbackClient::ask(const DHCPCore::DHCPPacket& packet) con
         throw std::runtime_error("no answer");
     }
     return DHCPCore::DHCPPacket::parse(*answer);
+}
+
+DHCPCore::MACAddress deviceMAC(std::uint8_t number) { return {{0x02, 0, 0, 0, 0, number}}; }
+
+DHCPCore::DHCPPacket message(DHCPCore::DHCPMessageType type, std::uint8_t device) {
+    DHCPCore::DHCPPacket packet;
+    packet.xid = 1;
+    std::ranges::copy(deviceMAC(device).bytes, packet.chaddr.begin());
+    packet.setOption(DHCPCore::OptionCode::messageType, std::array{static_cast<std::uint8_t>(type)});
+    return packet;
+}
+
+DHCPCore::DHCPPacket with(DHCPCore::DHCPPacket packet, std::uint8_t code, IPv4Address address) {
+    packet.setOption(code, address.bytes());
+    return packet;
+}
+
+DHCPCore::DHCPPacket with(DHCPCore::DHCPPacket packet, std::uint8_t code, std::string_view text) {
+    packet.setOption(code, DHCPCore::Bytes(text.begin(), text.end()));
+    return packet;
 }
 
 } // namespace Tarnwick

@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Tarnwick {
@@ -36,5 +37,17 @@ class LoopbackClient {
     std::uint16_t serverPort_ = 0;
     std::uint16_t clientPort_ = 0;
 };
+
+/// The hardware address of test device `number`.
+[[nodiscard]] DHCPCore::MACAddress deviceMAC(std::uint8_t number);
+
+/// A message of that type as test device `number` sends it, with transaction id 0x00000001 and no further options.
+[[nodiscard]] DHCPCore::DHCPPacket message(DHCPCore::DHCPMessageType type, std::uint8_t device = 1);
+
+/// The packet with one more option that holds an address.
+[[nodiscard]] DHCPCore::DHCPPacket with(DHCPCore::DHCPPacket packet, std::uint8_t code, DHCPCore::IPv4Address address);
+
+/// The packet with one more option that holds a text.
+[[nodiscard]] DHCPCore::DHCPPacket with(DHCPCore::DHCPPacket packet, std::uint8_t code, std::string_view text);
 
 } // namespace Tarnwick

@@ -6,18 +6,14 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <fstream>
-#include <iterator>
-#include <regex>
-#include <sstream>
-#include <stdexcept>
-#include <thread>
-#include <utility>
-
 #include <fcntl.h>
 #include <poll.h>
+#include <regex>
+#include <stdexcept>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace Tarnwick {
 
@@ -25,11 +21,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// In the child: standard output and error in place, then the tool.
 [[noreturn]] void becomeTool(const ToolProcess::Setting& setting, const std::filesystem::path& home, int output) {
@@ -125,7 +116,7 @@ std::string ToolProcess::rest() {
     return std::exchange(unread_, {});
 }
 
-std::string ToolProcess::errors() { return readFile(home() / "stderr"); }
+std::string ToolProcess::errors() { return DHCPCore::TestSupport::readText(home() / "stderr"); }
 
 void ToolProcess::signal(int number) const { ::kill(pid_, number); }
 

@@ -8,9 +8,8 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <vector>
-
 #include <sys/types.h>
+#include <vector>
 
 namespace Tarnwick {
 
@@ -22,11 +21,13 @@ class ToolProcess {
   public:
     struct Setting {
         std::vector<std::string> arguments;
-        bool outputClosed = false;                       ///< Start without a standard output at all.
-        std::optional<std::filesystem::path> outputFile; ///< Where standard output goes instead of to the test.
+        bool outputClosed = false; ///< Start without a standard output at all.
+        std::optional<std::filesystem::path> outputFile =
+            std::nullopt; ///< Where standard output goes instead of to the test.
     };
 
-    explicit ToolProcess(std::vector<std::string> arguments) : ToolProcess(Setting{.arguments = std::move(arguments)}) {}
+    explicit ToolProcess(std::vector<std::string> arguments)
+        : ToolProcess(Setting{.arguments = std::move(arguments)}) {}
     explicit ToolProcess(const Setting& setting);
     ToolProcess(const ToolProcess&) = delete;
     ToolProcess& operator=(const ToolProcess&) = delete;
@@ -57,12 +58,15 @@ class ToolProcess {
     /// The home folder that the tool sees.
     [[nodiscard]] const std::filesystem::path& home() const { return home_.path(); }
 
+    /// The names of what the tool put there, beside the file that holds its standard error.
+    [[nodiscard]] std::vector<std::string> homeNames() const { return home_.names(); }
+
     [[nodiscard]] pid_t pid() const { return pid_; }
 
   private:
     [[nodiscard]] bool readMore();
 
-    DHCPCore::TemporaryDirectory home_;
+    DHCPCore::TestSupport::TemporaryDirectory home_;
     pid_t pid_ = -1;
     DHCPCore::FileDescriptor output_;
     std::string unread_;

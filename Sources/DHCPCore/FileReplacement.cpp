@@ -1,0 +1,155 @@
+#include "DHCPCore/FileReplacement.hpp"
+
+#include "DHCPCore/FileDescriptor.hpp"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <fcntl.h>
+#include <optional>
+#include <random>
+#include <string>
+#include <sys/stat.h>
+#include <system_error>
+#include <tuple>
+#include <unistd.h>
+#include <utility>
+
+namespace DHCPCore {
+
+namespace {
+
+constexpr mode_t directoryMode = 0755;
+constexpr mode_t newFileMode = 0644;
+constexpr mode_t permissionBits = 07777;
+
+[[noreturn]] void fail(std::string_view deed, const std::string& name, int number) {
+    throw FileReplacementError(fmt::format("Could not {} {}: {}", deed, name, systemText(number)));
+}
+
+/// A random UUID (RFC 4122, section 4.4), as in "6F1C2B0E-5D7A-4C1B-9E3F-0A1B2C3D4E5F".
+std::string randomUUID() {
+    std::random_device source;
+    std::array<std::uint32_t, 4> words{};
+    for (std::uint32_t& word : words) {
+        word = source();
+    }
+    words[1] = (words[1] & 0xFFFF0FFFU) | 0x4000U;     // version 4
+    words[2] = (words[2] & 0x3FFFFFFFU) | 0x80000000U; // the variant of this RFC
+    return fmt::format("{:08X}-{:04X}-{:04X}-{:04X}-{:04X}{:08X}", words[0], words[1] >> 16U, words[1] & 0xFFFFU,
+                       words[2] >> 16U, words[2] & 0xFFFFU, words[3]);
+}
+
+/// Makes a directory and those above it that are missing.
+void makeDirectories(const std::filesystem::path& directory) {
+    std::filesystem::path path;
+    for (const auto& component : directory) {
+        path /= component;
+        if (std::error_code unknown; std::filesystem::is_directory(path, unknown)) {
+            continue;
+        }
+        if (::mkdir(path.c_str(), directoryMode) != 0) {
+            const int number = errno;
+            if (std::error_code unknown; std::filesystem::is_directory(path, unknown)) { // made meanwhile by another
+                continue;
+            }
+            fail("create", path.string(), number);
+        }
+    }
+}
+
+/// The mode and owner that the new content takes over.
+std::optional<struct stat> regularFileStatus(const std::filesystem::path& file) {
+    struct stat status {};
+    if (::lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
+    return status;
+}
+
+/// The hidden file beside the one to be replaced; removed unless it took that one's place.
+class HiddenFile {
+  public:
+    explicit HiddenFile(std::filesystem::path target)
+        : target_(std::move(target)), name_(target_.filename().string()),
+          path_(target_.parent_path() / fmt::format(".{}.tmp-{}", name_, randomUUID())) {
+        const auto replaced = regularFileStatus(target_);
+        // Never wider than the mode it ends with: the content may be for few eyes.
+        const mode_t mode = replaced ? replaced->st_mode & newFileMode : newFileMode;
+        descriptor_ = FileDescriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+        if (!descriptor_.isOpen()) {
+            fail("write", name_, errno);
+        }
+        if (replaced && !takeOver(*replaced)) {
+            const int number = errno;
+            remove(); // no destructor runs when a constructor throws
+            fail("write", name_, number);
+        }
+    }
+    HiddenFile(const HiddenFile&) = delete;
+    HiddenFile& operator=(const HiddenFile&) = delete;
+    HiddenFile(HiddenFile&&) = delete;
+    HiddenFile& operator=(HiddenFile&&) = delete;
+    ~HiddenFile() {
+        if (!isInPlace_) {
+            remove();
+        }
+    }
+
+    void write(std::string_view content) {
+        while (!content.empty()) {
+            const ssize_t count = ::write(descriptor_.number(), content.data(), content.size());
+            if (count < 0 && errno != EINTR) {
+                fail("write", name_, errno);
+            }
+            content.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
+        }
+        if (::close(descriptor_.release()) != 0) { // some file systems tell only now that there was no room
+            fail("write", name_, errno);
+        }
+    }
+
+    void putInPlace() {
+        if (std::rename(path_.c_str(), target_.c_str()) != 0) {
+            fail("replace", name_, errno);
+        }
+        isInPlace_ = true;
+    }
+
+  private:
+    /// @return false with `errno` set when the mode is refused.
+    [[nodiscard]] bool takeOver(const struct stat& replaced) const {
+        // Only root may give a file away; a member may still hand it to the group.
+        if (::fchown(descriptor_.number(), replaced.st_uid, replaced.st_gid) != 0) {
+            std::ignore = ::fchown(descriptor_.number(), static_cast<uid_t>(-1), replaced.st_gid);
+        }
+        const mode_t mode = replaced.st_mode & permissionBits;
+        struct stat own {};
+        // A file system without modes shows the same for every file, and refuses to change it.
+        const bool hasMode = ::fstat(descriptor_.number(), &own) == 0 && (own.st_mode & permissionBits) == mode;
+        return hasMode || ::fchmod(descriptor_.number(), mode) == 0;
+    }
+
+    /// Best effort: a file that stays behind does no harm.
+    void remove() const { ::unlink(path_.c_str()); }
+
+    std::filesystem::path target_;
+    std::string name_; ///< The target's, for the user.
+    std::filesystem::path path_;
+    FileDescriptor descriptor_;
+    bool isInPlace_ = false;
+};
+
+} // namespace
+
+void replaceFile(const std::filesystem::path& file, std::string_view content) {
+    makeDirectories(file.parent_path());
+    HiddenFile replacement(file);
+    replacement.write(content);
+    replacement.putInPlace();
+}
+
+} // namespace DHCPCore

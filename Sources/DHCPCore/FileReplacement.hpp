@@ -1,0 +1,23 @@
+#pragma once
+
+#include "DHCPCore/Error.hpp"
+
+#include <filesystem>
+#include <string_view>
+
+namespace DHCPCore {
+
+/// A file could not be replaced, as in "Could not replace leases.json: Is a directory".
+class FileReplacementError : public Error {
+  public:
+    using Error::Error;
+    bool operator==(const FileReplacementError& other) const { return description() == other.description(); }
+};
+
+/// Replaces a file as a whole, so that a reader finds the old or the new content: writes a hidden file beside it and
+/// renames that. Missing directories are made with mode 0755, a new file gets 0644, both less the umask. A regular
+/// file that is replaced keeps its mode and, where the process may, its owner; a link is replaced and not followed.
+/// @throws FileReplacementError when that fails; the old file is then untouched and nothing is left beside it.
+void replaceFile(const std::filesystem::path& file, std::string_view content);
+
+} // namespace DHCPCore

@@ -1,0 +1,210 @@
+#include "DHCPCore/LeaseStore.hpp"
+
+#include "DHCPCore/EnumTextJSON.hpp"
+#include "DHCPCore/Error.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <iterator>
+#include <tuple>
+#include <utility>
+
+namespace DHCPCore {
+
+namespace {
+
+/// Who comes first when leases are shown; a device that was never probed comes last.
+constexpr std::array<std::optional<PresenceState>, 5> displayOrder{
+    PresenceState::online, PresenceState::conflict, PresenceState::unknown, PresenceState::offline, std::nullopt};
+
+auto displayRank(std::optional<PresenceState> presence) {
+    return std::distance(displayOrder.begin(), std::ranges::find(displayOrder, presence));
+}
+
+/// By address, then by the MAC's printed form: its digits have one width and their order, so the bytes order likewise.
+auto addressThenMAC(const Lease& lease) { return std::tie(lease.ip, lease.mac.bytes); }
+
+/// The keys of the JSON forms.
+namespace Key {
+constexpr const char* mac = "mac";
+constexpr const char* ip = "ip";
+constexpr const char* state = "state";
+constexpr const char* expiresAt = "expiresAt";
+constexpr const char* hostname = "hostname";
+constexpr const char* vendorClass = "vendorClass";
+constexpr const char* clientID = "clientID";
+constexpr const char* firstSeen = "firstSeen";
+constexpr const char* lastSeen = "lastSeen";
+constexpr const char* until = "until";
+constexpr const char* reportedBy = "reportedBy";
+constexpr const char* leases = "leases";
+constexpr const char* quarantine = "quarantine";
+} // namespace Key
+
+/// @throws DecodingError or a `nlohmann::json::exception`.
+Date readDate(const nlohmann::json& json) {
+    const auto& text = json.get_ref<const std::string&>();
+    const auto date = parseISO8601(text);
+    if (!date) {
+        throw DecodingError("Not a date: " + text);
+    }
+    return *date;
+}
+
+void writeOptionalText(nlohmann::json& record, const char* key, const std::optional<std::string>& text) {
+    if (text) {
+        record[key] = *text;
+    }
+}
+
+/// A key that is missing or null is an absent text.
+std::optional<std::string> readOptionalText(const nlohmann::json& record, const char* key) {
+    const auto found = record.find(key);
+    if (found == record.end() || found->is_null()) {
+        return std::nullopt;
+    }
+    return found->get<std::string>();
+}
+
+} // namespace
+
+bool Lease::holdsAddress(Date now) const {
+    return (state == State::offered || state == State::bound) && now < expiresAt;
+}
+
+LeaseTable::LeaseTable(std::vector<Lease> leases, std::vector<Quarantine> quarantine)
+    : leases_(std::move(leases)), quarantine_(std::move(quarantine)) {}
+
+std::optional<Lease> LeaseTable::lease(const MACAddress& mac) const {
+    const auto found = std::ranges::find(leases_, mac, &Lease::mac);
+    return found == leases_.end() ? std::nullopt : std::optional(*found);
+}
+
+std::optional<Lease> LeaseTable::holder(IPv4Address ip, Date now) const {
+    const auto holds = [&](const Lease& lease) { return lease.ip == ip && lease.holdsAddress(now); };
+    const auto found = std::ranges::find_if(leases_, holds);
+    return found == leases_.end() ? std::nullopt : std::optional(*found);
+}
+
+bool LeaseTable::isQuarantined(IPv4Address ip, Date now) const {
+    return std::ranges::any_of(quarantine_,
+                               [&](const Quarantine& record) { return record.ip == ip && record.until > now; });
+}
+
+void LeaseTable::upsert(Lease lease) {
+    const auto found = std::ranges::find(leases_, lease.mac, &Lease::mac);
+    if (found == leases_.end()) {
+        leases_.push_back(std::move(lease));
+    } else {
+        *found = std::move(lease);
+    }
+}
+
+std::optional<Lease> LeaseTable::remove(const MACAddress& mac) {
+    const auto found = std::ranges::find(leases_, mac, &Lease::mac);
+    if (found == leases_.end()) {
+        return std::nullopt;
+    }
+    std::optional<Lease> removed = std::move(*found);
+    leases_.erase(found);
+    return removed;
+}
+
+void LeaseTable::addQuarantine(IPv4Address ip, Date until, const MACAddress& reportedBy) {
+    std::erase_if(quarantine_, [&](const Quarantine& record) { return record.ip == ip; });
+    quarantine_.push_back({.ip = ip, .until = until, .reportedBy = reportedBy});
+}
+
+void LeaseTable::pruneQuarantine(Date now) {
+    std::erase_if(quarantine_, [&](const Quarantine& record) { return record.until <= now; });
+}
+
+std::size_t LeaseTable::clearInactive(Date now) {
+    return std::erase_if(leases_, [&](const Lease& lease) { return !lease.holdsAddress(now); });
+}
+
+std::vector<Lease> LeaseTable::dropOutside(AddressRange range) {
+    const auto outside = std::stable_partition(leases_.begin(), leases_.end(),
+                                               [&](const Lease& lease) { return range.contains(lease.ip); });
+    std::vector<Lease> dropped(std::make_move_iterator(outside), std::make_move_iterator(leases_.end()));
+    leases_.erase(outside, leases_.end());
+    return dropped;
+}
+
+std::vector<Lease> LeaseTable::sortedByIP() const {
+    std::vector<Lease> sorted = leases_;
+    std::ranges::stable_sort(sorted, {}, addressThenMAC);
+    return sorted;
+}
+
+std::vector<Lease>
+LeaseTable::sortedForDisplay(const std::function<std::optional<PresenceState>(const Lease&)>& presence) const {
+    using Ranked = std::pair<std::ptrdiff_t, Lease>;
+    std::vector<Ranked> ranked;
+    ranked.reserve(leases_.size());
+    for (const Lease& lease : leases_) {
+        ranked.emplace_back(displayRank(presence(lease)), lease);
+    }
+    std::ranges::stable_sort(ranked, {}, [](const Ranked& entry) {
+        return std::tuple_cat(std::tie(entry.first), addressThenMAC(entry.second));
+    });
+    std::vector<Lease> sorted;
+    sorted.reserve(ranked.size());
+    for (Ranked& entry : ranked) {
+        sorted.push_back(std::move(entry.second));
+    }
+    return sorted;
+}
+
+void to_json(nlohmann::json& json, Lease::State state) { json = rawValue(state); }
+
+void from_json(const nlohmann::json& json, Lease::State& state) {
+    state = enumFromJSON<Lease::State>(json, "lease state");
+}
+
+void to_json(nlohmann::json& json, const Lease& lease) {
+    json = {{Key::mac, lease.mac},
+            {Key::ip, lease.ip},
+            {Key::state, lease.state},
+            {Key::expiresAt, iso8601(lease.expiresAt)},
+            {Key::firstSeen, iso8601(lease.firstSeen)},
+            {Key::lastSeen, iso8601(lease.lastSeen)}};
+    writeOptionalText(json, Key::hostname, lease.hostname);
+    writeOptionalText(json, Key::vendorClass, lease.vendorClass);
+    writeOptionalText(json, Key::clientID, lease.clientID);
+}
+
+void from_json(const nlohmann::json& json, Lease& lease) {
+    lease = {.mac = json.at(Key::mac).get<MACAddress>(),
+             .ip = json.at(Key::ip).get<IPv4Address>(),
+             .state = json.at(Key::state).get<Lease::State>(),
+             .expiresAt = readDate(json.at(Key::expiresAt)),
+             .hostname = readOptionalText(json, Key::hostname),
+             .vendorClass = readOptionalText(json, Key::vendorClass),
+             .clientID = readOptionalText(json, Key::clientID),
+             .firstSeen = readDate(json.at(Key::firstSeen)),
+             .lastSeen = readDate(json.at(Key::lastSeen))};
+}
+
+void to_json(nlohmann::json& json, const Quarantine& quarantine) {
+    json = {
+        {Key::ip, quarantine.ip}, {Key::until, iso8601(quarantine.until)}, {Key::reportedBy, quarantine.reportedBy}};
+}
+
+void from_json(const nlohmann::json& json, Quarantine& quarantine) {
+    quarantine = {.ip = json.at(Key::ip).get<IPv4Address>(),
+                  .until = readDate(json.at(Key::until)),
+                  .reportedBy = json.at(Key::reportedBy).get<MACAddress>()};
+}
+
+void to_json(nlohmann::json& json, const LeaseTable& table) {
+    json = {{Key::leases, table.leases()}, {Key::quarantine, table.quarantine()}};
+}
+
+void from_json(const nlohmann::json& json, LeaseTable& table) {
+    table = LeaseTable(json.at(Key::leases).get<std::vector<Lease>>(),
+                       json.at(Key::quarantine).get<std::vector<Quarantine>>());
+}
+
+} // namespace DHCPCore
