@@ -1,8 +1,10 @@
 #include "DHCPCore/Allocation.hpp"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <tuple>
-#include <unordered_map>
+#include <vector>
 
 namespace DHCPCore {
 
@@ -15,36 +17,46 @@ bool isHeldByAnother(IPv4Address address, const MACAddress& mac, std::span<const
     return holder != leases.end() && holder->mac != mac;
 }
 
-/// The first lease that holds each address.
-std::unordered_map<IPv4Address, const Lease*> holders(std::span<const Lease> leases, Date now) {
-    std::unordered_map<IPv4Address, const Lease*> found;
-    found.reserve(leases.size());
+/// How an address stands to the client that asks, by the first lease that holds it.
+enum class Held : std::uint8_t { byNobody, byClient, byAnother };
+
+/// The addresses of a stretch, in order.
+std::vector<Held> holdersIn(AddressRange stretch, const MACAddress& mac, std::span<const Lease> leases, Date now) {
+    std::vector<Held> held(std::size_t{stretch.upper.value - stretch.lower.value} + 1, Held::byNobody);
     for (const Lease& lease : leases) {
-        if (lease.holdsAddress(now)) {
-            found.try_emplace(lease.ip, &lease);
+        if (!stretch.contains(lease.ip) || !lease.holdsAddress(now)) {
+            continue;
+        }
+        Held& place = held[lease.ip.value - stretch.lower.value];
+        if (place == Held::byNobody) {
+            place = lease.mac == mac ? Held::byClient : Held::byAnother;
         }
     }
-    return found;
+    return held;
 }
 
+/// Looks at the range in stretches that are longer than the table: each has an address that nobody holds, so that the
+/// first one usually has the answer, after one pass over the leases.
 std::optional<IPv4Address> lowestFreeAddress(const MACAddress& mac, std::span<const Lease> leases, AddressRange range,
                                              const AddressPredicate& isUsable, Date now) {
-    if (range.upper < range.lower) {
-        return std::nullopt;
-    }
-    const auto held = holders(leases, now);
-    const auto isFree = [&](IPv4Address address) {
-        const auto holder = held.find(address);
-        return holder == held.end() || holder->second->mac == mac;
-    };
-    for (IPv4Address address = range.lower;; ++address.value) {
-        if (isUsable(address) && isFree(address)) {
-            return address;
+    constexpr std::size_t spare = 64;
+    for (AddressRange stretch = range; stretch.lower <= range.upper;) {
+        const std::size_t rest = range.upper.value - stretch.lower.value;
+        const auto length = static_cast<std::uint32_t>(std::min(rest, leases.size() + spare));
+        stretch.upper = IPv4Address{stretch.lower.value + length};
+        const std::vector<Held> held = holdersIn(stretch, mac, leases, now);
+        for (std::uint32_t offset = 0; offset < held.size(); ++offset) {
+            const IPv4Address address{stretch.lower.value + offset};
+            if (isUsable(address) && held[offset] != Held::byAnother) {
+                return address;
+            }
         }
-        if (address == range.upper) { // here and not in the loop's head: the number after 255.255.255.255 is 0
+        if (stretch.upper == range.upper) { // here, since the number after 255.255.255.255 is 0
             return std::nullopt;
         }
+        stretch.lower = IPv4Address{stretch.upper.value + 1};
     }
+    return std::nullopt;
 }
 
 /// The address of the offline device that was seen longest ago.

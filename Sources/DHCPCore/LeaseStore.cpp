@@ -74,17 +74,22 @@ bool Lease::holdsAddress(Date now) const {
 }
 
 LeaseTable::LeaseTable(std::vector<Lease> leases, std::vector<Quarantine> quarantine)
-    : leases_(std::move(leases)), quarantine_(std::move(quarantine)) {}
+    : leases_(std::move(leases)), quarantine_(std::move(quarantine)) {
+    rebuildIndex();
+}
 
 std::optional<Lease> LeaseTable::lease(const MACAddress& mac) const {
-    const auto found = std::ranges::find(leases_, mac, &Lease::mac);
-    return found == leases_.end() ? std::nullopt : std::optional(*found);
+    const auto position = index_.positionOf(mac);
+    return position ? std::optional(leases_[*position]) : std::nullopt;
 }
 
 std::optional<Lease> LeaseTable::holder(IPv4Address ip, Date now) const {
-    const auto holds = [&](const Lease& lease) { return lease.ip == ip && lease.holdsAddress(now); };
-    const auto found = std::ranges::find_if(leases_, holds);
-    return found == leases_.end() ? std::nullopt : std::optional(*found);
+    for (const std::size_t position : index_.positionsOf(ip)) {
+        if (leases_[position].holdsAddress(now)) {
+            return leases_[position];
+        }
+    }
+    return std::nullopt;
 }
 
 bool LeaseTable::isQuarantined(IPv4Address ip, Date now) const {
@@ -93,21 +98,24 @@ bool LeaseTable::isQuarantined(IPv4Address ip, Date now) const {
 }
 
 void LeaseTable::upsert(Lease lease) {
-    const auto found = std::ranges::find(leases_, lease.mac, &Lease::mac);
-    if (found == leases_.end()) {
-        leases_.push_back(std::move(lease));
+    if (const auto position = index_.positionOf(lease.mac)) {
+        index_.move(leases_[*position].ip, lease.ip, *position);
+        leases_[*position] = std::move(lease);
     } else {
-        *found = std::move(lease);
+        index_.append(lease.mac, lease.ip, leases_.size());
+        leases_.push_back(std::move(lease));
     }
 }
 
 std::optional<Lease> LeaseTable::remove(const MACAddress& mac) {
-    const auto found = std::ranges::find(leases_, mac, &Lease::mac);
-    if (found == leases_.end()) {
+    const auto position = index_.positionOf(mac);
+    if (!position) {
         return std::nullopt;
     }
-    std::optional<Lease> removed = std::move(*found);
-    leases_.erase(found);
+    const auto record = leases_.begin() + static_cast<std::ptrdiff_t>(*position);
+    std::optional<Lease> removed = std::move(*record);
+    leases_.erase(record);
+    rebuildIndex();
     return removed;
 }
 
@@ -121,7 +129,9 @@ void LeaseTable::pruneQuarantine(Date now) {
 }
 
 std::size_t LeaseTable::clearInactive(Date now) {
-    return std::erase_if(leases_, [&](const Lease& lease) { return !lease.holdsAddress(now); });
+    const std::size_t removed = std::erase_if(leases_, [&](const Lease& lease) { return !lease.holdsAddress(now); });
+    rebuildIndex();
+    return removed;
 }
 
 std::vector<Lease> LeaseTable::dropOutside(AddressRange range) {
@@ -129,7 +139,15 @@ std::vector<Lease> LeaseTable::dropOutside(AddressRange range) {
                                                [&](const Lease& lease) { return range.contains(lease.ip); });
     std::vector<Lease> dropped(std::make_move_iterator(outside), std::make_move_iterator(leases_.end()));
     leases_.erase(outside, leases_.end());
+    rebuildIndex();
     return dropped;
+}
+
+void LeaseTable::rebuildIndex() {
+    index_.clear();
+    for (std::size_t position = 0; position < leases_.size(); ++position) {
+        index_.append(leases_[position].mac, leases_[position].ip, position);
+    }
 }
 
 std::vector<Lease> LeaseTable::sortedByIP() const {

@@ -3,6 +3,7 @@
 #include "DHCPCore/Addresses.hpp"
 #include "DHCPCore/Date.hpp"
 #include "DHCPCore/EnumText.hpp"
+#include "DHCPCore/LeaseIndex.hpp"
 #include "DHCPCore/PresenceState.hpp"
 
 #include <nlohmann/json_fwd.hpp>
@@ -96,11 +97,16 @@ class LeaseTable {
     [[nodiscard]] std::vector<Lease>
     sortedForDisplay(const std::function<std::optional<PresenceState>(const Lease&)>& presence) const;
 
-    bool operator==(const LeaseTable&) const = default;
+    bool operator==(const LeaseTable& other) const {
+        return leases_ == other.leases_ && quarantine_ == other.quarantine_; // the index follows from the leases
+    }
 
   private:
+    void rebuildIndex();
+
     std::vector<Lease> leases_;
     std::vector<Quarantine> quarantine_;
+    LeaseIndex index_;
 };
 
 /// Objects with one key per field; the optional texts of a lease only when present, dates as `iso8601` writes them.

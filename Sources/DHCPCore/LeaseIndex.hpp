@@ -1,0 +1,36 @@
+#pragma once
+
+#include "DHCPCore/Addresses.hpp"
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <unordered_map>
+#include <vector>
+
+namespace DHCPCore {
+
+/// Where in a table the records of a client and of an address stand, so that a look-up need not walk it. Its answers
+/// are those of the walk: the first match in table order.
+class LeaseIndex {
+  public:
+    /// Takes in the record at `position`, the last one of the table.
+    void append(const MACAddress& mac, IPv4Address ip, std::size_t position);
+
+    /// The record at `position` is about another address now.
+    void move(IPv4Address from, IPv4Address to, std::size_t position);
+
+    void clear();
+
+    /// The client's first record.
+    [[nodiscard]] std::optional<std::size_t> positionOf(const MACAddress& mac) const;
+
+    /// Every record about that address, in table order.
+    [[nodiscard]] std::span<const std::size_t> positionsOf(IPv4Address ip) const;
+
+  private:
+    std::unordered_map<MACAddress, std::size_t> byMAC_;
+    std::unordered_map<IPv4Address, std::vector<std::size_t>> byIP_;
+};
+
+} // namespace DHCPCore
