@@ -348,5 +348,10 @@ Configuration parse(std::string_view text) {
     return reader.finish();
 }
 
+std::optional<ConfigMethod> methodOf(const std::vector<Stanza>& stanzas, const std::string& cardName) {
+    const auto first = std::ranges::find(stanzas, cardName, &Stanza::cardName);
+    return first == stanzas.end() ? std::nullopt : std::optional(first->method);
+}
+
 } // namespace Ifupdown
 } // namespace DHCPCore

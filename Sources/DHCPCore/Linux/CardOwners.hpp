@@ -65,5 +65,9 @@ struct Configuration {
 
 [[nodiscard]] Configuration parse(std::string_view text);
 
+/// How the first of a card's stanzas configures it; nothing when it has none.
+[[nodiscard]] std::optional<NetworkCard::ConfigMethod> methodOf(const std::vector<Stanza>& stanzas,
+                                                                const std::string& cardName);
+
 } // namespace Ifupdown
 } // namespace DHCPCore

@@ -15,7 +15,6 @@
 #include <glob.h>
 #include <linux/ethtool.h>
 #include <linux/sockios.h>
-#include <map>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <string_view>
@@ -98,7 +97,7 @@ std::optional<std::string> adapterName(const fs::path& folder) {
 /// What is known about who configures the host's cards, read once for a whole list.
 struct Owners {
     std::vector<NetworkManager::Device> devices;
-    std::map<std::string, NetworkCard::ConfigMethod> stanzas;
+    std::vector<Ifupdown::Stanza> stanzas;
 };
 
 constexpr const char* nmcli = "/usr/bin/nmcli";
@@ -125,13 +124,11 @@ std::vector<fs::path> filesMatching(const std::string& pattern) {
     return files;
 }
 
-/// Adds the stanzas of a file and of the files that it names. The first stanza of a card counts.
-void addStanzas(const fs::path& file, int depth, std::map<std::string, NetworkCard::ConfigMethod>& stanzas) {
+/// Adds the stanzas of a file and of the files that it names.
+void addStanzas(const fs::path& file, int depth, std::vector<Ifupdown::Stanza>& stanzas) {
     constexpr int deepest = 4; // a file that names itself must not be read for ever
     const auto configuration = Ifupdown::parse(SystemFiles::read(file).value_or(""));
-    for (const Ifupdown::Stanza& stanza : configuration.stanzas) {
-        stanzas.try_emplace(stanza.cardName, stanza.method);
-    }
+    stanzas.insert(stanzas.end(), configuration.stanzas.begin(), configuration.stanzas.end());
     for (const std::string& source : configuration.sources) {
         for (const fs::path& next : depth < deepest ? filesMatching(source) : std::vector<fs::path>{}) {
             addStanzas(next, depth + 1, stanzas);
@@ -181,8 +178,8 @@ Service serviceOf(const Netlink::Link& link, bool isWired, bool needsMethod, con
     if (const auto method = networkdMethod(link)) {
         return {.name = link.name, .method = *method};
     }
-    if (const auto stanza = owners.stanzas.find(link.name); stanza != owners.stanzas.end()) {
-        return {.name = link.name, .method = stanza->second};
+    if (const auto method = Ifupdown::methodOf(owners.stanzas, link.name)) {
+        return {.name = link.name, .method = *method};
     }
     return {.name = ownName, .method = {}};
 }

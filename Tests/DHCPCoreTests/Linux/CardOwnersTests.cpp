@@ -195,6 +195,15 @@ TEST(IfupdownTest, ReadsAnAddressWithEveryKindOfMask) {
     }
 }
 
+TEST(IfupdownTest, GoesByTheFirstStanzaOfACard) {
+    const std::vector<Ifupdown::Stanza> stanzas{{.cardName = "en5", .method = manual},
+                                                {.cardName = "en6", .method = dhcp},
+                                                {.cardName = "en5", .method = dhcp}};
+    EXPECT_EQ(Ifupdown::methodOf(stanzas, "en5"), manual);
+    EXPECT_EQ(Ifupdown::methodOf(stanzas, "en6"), dhcp);
+    EXPECT_EQ(Ifupdown::methodOf(stanzas, "en"), std::nullopt);
+}
+
 TEST(IfupdownTest, NamesTheFurtherFiles) {
     const auto configuration = Ifupdown::parse("source /etc/network/interfaces.d/*\nsource-directory more\nsource\n");
     EXPECT_EQ(configuration.sources, (Strings{"/etc/network/interfaces.d/*", "more/*"}));

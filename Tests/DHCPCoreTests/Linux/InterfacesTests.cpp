@@ -23,10 +23,23 @@ constexpr const char* notAllowed = "this process may not make a network namespac
 const MACAddress cardMAC{{0x02, 0, 0, 0, 0, 0x05}};
 const MACAddress peerMAC{{0x02, 0, 0, 0, 0, 0x06}};
 
+/// Whether the link came to that state in time: the kernel settles it a moment after a card was switched.
+bool linkBecomes(const std::string& name, bool isUp) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+    while (Interfaces::mediaStatus(name).linkUp != isUp) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+    }
+    return true;
+}
+
 void makeCards() {
     ASSERT_TRUE(ip("link add tnw5 address 02:00:00:00:00:05 type veth peer name tnw6 address 02:00:00:00:00:06"));
     ASSERT_TRUE(ip("link set tnw5 up"));
     ASSERT_TRUE(ip("link set tnw6 up"));
+    ASSERT_TRUE(linkBecomes("tnw5", true));
 }
 
 /// The card of that name in the list.
@@ -206,7 +219,7 @@ TEST(LinuxInterfacesTest, DoNotTakeTheBeginningOfALongNameForACard) {
         ASSERT_TRUE(ip("link add exactly15chars. type veth peer name tnw6"));
         ASSERT_TRUE(ip("link set exactly15chars. up"));
         ASSERT_TRUE(ip("link set tnw6 up"));
-        EXPECT_TRUE(Interfaces::mediaStatus("exactly15chars.").linkUp);
+        EXPECT_TRUE(linkBecomes("exactly15chars.", true));
         EXPECT_FALSE(Interfaces::mediaStatus("exactly15chars.x").linkUp);
     });
     if (!made) {
