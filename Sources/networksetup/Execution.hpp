@@ -4,8 +4,7 @@
 
 namespace NetworkSetup {
 
-/// Does what the plan says. Every file is made ready beside its place before anything is changed, so that a full disk
-/// changes nothing.
+/// Does what the plan says, in its order.
 /// @throws Refusal with the sentence for the first step that fails.
 void carryOut(const Plan& plan);
 

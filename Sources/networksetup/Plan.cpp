@@ -169,7 +169,7 @@ Plan planForNetworkd(const NetworkdFacts& networkd, const std::string& present, 
     Plan plan{.steps = {}, .done = fmt::format("Set {} to {} in {}", card.name, target(address), path)};
     const std::string afterwards = plan.done + ", but systemd-networkd did not take it";
     plan.steps.push_back({.value = Step::WriteFile{.path = path, .text = networkdText(card.name, address)},
-                          .failure = "Could not write " + path});
+                          .failure = fmt::format("Could not set {} to {}", card.name, target(address))});
     plan.steps.push_back(
         {.value = Step::RunProgram{.path = networkd.networkctl, .arguments = {"reload"}}, .failure = afterwards});
     plan.steps.push_back(
@@ -209,14 +209,16 @@ Plan planForIfupdown(const IfupdownFacts& ifupdown, const IfupdownFacts::File& f
                      const Address& address) {
     requirePlainName(card);
     Plan plan{.steps = {}, .done = fmt::format("Set {} to {} in {}", card.name, target(address), file.path)};
+    std::string notWritten = fmt::format("Could not set {} to {}", card.name, target(address));
     // Taken down by the old stanza, so that a DHCP client which runs for it ends.
     if (ifupdown.upCards.contains(card.name)) {
         plan.steps.push_back({.value = Step::RunProgram{.path = ifupdown.ifdown, .arguments = {"--force", card.name}},
                               .failure = fmt::format("Could not take {} down", card.name)});
+        notWritten += ", and left it down";
     }
     plan.steps.push_back({.value = Step::WriteFile{.path = file.path,
                                                    .text = InterfacesFile::withAddress(file.text, card.name, address)},
-                          .failure = "Could not write " + file.path});
+                          .failure = notWritten});
     plan.steps.push_back({.value = Step::RemoveAddresses{.card = card.name, .all = true},
                           .failure = plan.done + ", but could not remove its old addresses"});
     plan.steps.push_back({.value = Step::RunProgram{.path = ifupdown.ifup, .arguments = {card.name}},

@@ -102,17 +102,20 @@ std::optional<std::string> wholeText(const std::string& path) {
     return std::string{std::istreambuf_iterator<char>(file), {}};
 }
 
-void readInterfaces(const std::string& path, std::vector<IfupdownFacts::File>& files) {
+void readInterfaces(const std::string& name, std::vector<IfupdownFacts::File>& files) {
     constexpr std::size_t mostFiles = 1000;
-    const auto text = wholeText(path);
+    std::error_code missing;
+    const fs::path path = fs::canonical(name, missing); // where a link leads is what would be written anew
+    const auto text = missing ? std::nullopt : wholeText(path);
     // Files may name each other, and themselves.
-    if (!text || files.size() >= mostFiles || std::ranges::count(files, path, &IfupdownFacts::File::path) > 0) {
+    if (!text || files.size() >= mostFiles ||
+        std::ranges::count(files, path.string(), &IfupdownFacts::File::path) > 0) {
         return;
     }
     files.push_back({.path = path, .text = *text});
     for (const std::string& source : DHCPCore::Ifupdown::parse(*text).sources) {
         // An absolute pattern stands for itself.
-        for (const std::string& included : matches(fs::path(path).parent_path() / source)) {
+        for (const std::string& included : matches(fs::path(name).parent_path() / source)) {
             readInterfaces(included, files);
         }
     }

@@ -17,6 +17,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
 #include <variant>
@@ -25,11 +26,12 @@
 namespace NetworkSetup {
 namespace {
 
-/// The programs that are run get nothing from the caller's environment: their texts are read, and root runs them.
+/// The programs that are run get nothing of the caller's: their texts are read, and root runs them.
 void useOwnEnvironment() {
     ::clearenv();
     ::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
     ::setenv("LC_ALL", "C.UTF-8", 1);
+    ::umask(022); // everybody may read how a card is configured
 }
 
 /// @return the sentence about what was done, without its full stop.

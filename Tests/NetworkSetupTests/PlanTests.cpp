@@ -61,8 +61,8 @@ Step run(const std::string& path, Arguments arguments, const std::string& failur
     return {.value = Step::RunProgram{.path = path, .arguments = std::move(arguments)}, .failure = failure};
 }
 
-Step write(const std::string& path, const std::string& text) {
-    return {.value = Step::WriteFile{.path = path, .text = text}, .failure = "Could not write " + path};
+Step write(const std::string& path, const std::string& text, const std::string& failure) {
+    return {.value = Step::WriteFile{.path = path, .text = text}, .failure = failure};
 }
 
 /// The sentence with which the service is refused; empty when it is planned.
@@ -243,8 +243,10 @@ TEST(PlanTest, SetsACardOfSystemdNetworkd) {
     const std::string failure = "Set en5 to 192.168.0.1/24 in /etc/systemd/network/00-networksetup-en5.network, but "
                                 "systemd-networkd did not take it";
     EXPECT_EQ(makePlan("en5", lab, hostWithNetworkd("/run/systemd/network/10-netplan-en5.network")),
-              (Plan{.steps = {write(ownFile, std::string(ownFileHead) +
-                                                 "Address=192.168.0.1/24\nDHCP=no\nConfigureWithoutCarrier=yes\n"),
+              (Plan{.steps = {write(ownFile,
+                                    std::string(ownFileHead) +
+                                        "Address=192.168.0.1/24\nDHCP=no\nConfigureWithoutCarrier=yes\n",
+                                    "Could not set en5 to 192.168.0.1/24"),
                               run("/bin/networkctl", {"reload"}, failure),
                               run("/bin/networkctl", {"reconfigure", "en5"}, failure),
                               {.value = Step::AwaitAddress{.card = "en5", .address = lab}, .failure = failure}},
@@ -255,7 +257,7 @@ TEST(PlanTest, ReturnsACardOfSystemdNetworkdToDHCP) {
     const std::string failure = "Set en5 to DHCP in /etc/systemd/network/00-networksetup-en5.network, but "
                                 "systemd-networkd did not take it";
     EXPECT_EQ(makePlan("en5", std::nullopt, hostWithNetworkd(ownFile, ownFileHead)),
-              (Plan{.steps = {write(ownFile, std::string(ownFileHead) + "DHCP=ipv4\n"),
+              (Plan{.steps = {write(ownFile, std::string(ownFileHead) + "DHCP=ipv4\n", "Could not set en5 to DHCP"),
                               run("/bin/networkctl", {"reload"}, failure),
                               run("/bin/networkctl", {"reconfigure", "en5"}, failure)},
                     .done = "Set en5 to DHCP in /etc/systemd/network/00-networksetup-en5.network"}));
@@ -282,8 +284,10 @@ TEST(PlanTest, SetsACardOfIfupdown) {
     EXPECT_EQ(
         makePlan("en5", lab, facts),
         (Plan{.steps = {run("/sbin/ifdown", {"--force", "en5"}, "Could not take en5 down"),
-                        write(path, "auto en5\niface en5 inet static\n    address 192.168.0.1\n"
-                                    "    netmask 255.255.255.0\n"),
+                        write(path,
+                              "auto en5\niface en5 inet static\n    address 192.168.0.1\n"
+                              "    netmask 255.255.255.0\n",
+                              "Could not set en5 to 192.168.0.1/24, and left it down"),
                         {.value = Step::RemoveAddresses{.card = "en5", .all = true},
                          .failure = "Set en5 to 192.168.0.1/24 in /etc/network/interfaces.d/lab, but could not "
                                     "remove its old addresses"},
@@ -297,7 +301,7 @@ TEST(PlanTest, DoesNotTakeDownACardThatIfupdownDidNotBringUp) {
     const Facts facts = hostWithIfupdown({{.path = path, .text = "iface en5 inet static\n address 10.0.0.1/8\n"}});
 
     EXPECT_EQ(makePlan("en5", std::nullopt, facts),
-              (Plan{.steps = {write(path, "iface en5 inet dhcp\n"),
+              (Plan{.steps = {write(path, "iface en5 inet dhcp\n", "Could not set en5 to DHCP"),
                               {.value = Step::RemoveAddresses{.card = "en5", .all = true},
                                .failure = "Set en5 to DHCP in /etc/network/interfaces, but could not remove its old "
                                           "addresses"},

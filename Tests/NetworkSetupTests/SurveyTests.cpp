@@ -210,6 +210,19 @@ TEST_F(SurveyedHost, ReadsEveryFileThatIfupdownReads) {
                              .upCards = {"en5"}}));
 }
 
+TEST_F(SurveyedHost, TellsWhereALinkedFileOfIfupdownReallyLies) {
+    install("ifup", "");
+    install("ifdown", "");
+    writeText(path("real"), "source interfaces.d/*\n");
+    writeText(path("interfaces.d/a"), "a");
+    fs::create_symlink("real", path("interfaces"));
+    fs::create_symlink("a", path("interfaces.d/b"));
+
+    EXPECT_EQ(surveyed("lo").ifupdown->files,
+              (std::vector<IfupdownFacts::File>{{.path = path("real"), .text = "source interfaces.d/*\n"},
+                                                {.path = path("interfaces.d/a"), .text = "a"}}));
+}
+
 TEST_F(SurveyedHost, HasNoIfupdownWithoutItsPrograms) {
     install("ifup", "");
     writeText(path("interfaces"), "iface lo inet loopback\n");
