@@ -27,7 +27,10 @@ using TestSupport::waitUntilReadable;
 constexpr IPv4Address serverIP{192, 168, 77, 1};
 constexpr IPv4Address deviceIP{192, 168, 77, 100};
 
-Bytes message() { return Bytes(300, 0x42); }
+Bytes message() {
+    Bytes bytes(300, 0x42);
+    return bytes;
+}
 
 ReplyDestination toEverybody() { return {ReplyDestination::Broadcast{}}; }
 ReplyDestination toDevice() { return {ReplyDestination::Unicast{deviceIP}}; }
