@@ -65,7 +65,7 @@ int main(int argumentCount, char** arguments) {
     useOwnEnvironment();
     try {
         const std::vector<std::string> words(arguments, arguments + argumentCount);
-        Tarnwick::printLine(run(std::span(words).subspan(words.empty() ? 0 : 1)));
+        Tarnwick::printLine(printable(run(std::span(words).subspan(words.empty() ? 0 : 1))));
         return EXIT_SUCCESS;
     } catch (const std::exception& error) {
         std::ignore = Tarnwick::writeAll(STDERR_FILENO, fmt::format("networksetup: {}\n", printable(error.what())));
