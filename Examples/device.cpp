@@ -3,6 +3,7 @@
 #include "DHCPCore/Addresses.hpp"
 #include "DHCPCore/FileDescriptor.hpp"
 #include "DHCPCore/Packet.hpp"
+#include "DHCPCore/SocketAddress.hpp"
 #include "DHCPCore/TextPieces.hpp"
 
 #include <fmt/format.h>
@@ -12,7 +13,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <netinet/in.h>
 #include <optional>
 #include <poll.h>
 #include <span>
@@ -35,14 +35,6 @@ struct Ports {
 
 void say(std::string_view text) { fmt::print(stderr, "device: {}\n", text); }
 
-sockaddr_in loopbackAddress(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
 /// A DHCP client on loopback (RFC 2131, section 4.4), for one exchange at a time.
 class Device {
   public:
@@ -50,7 +42,7 @@ class Device {
 
     /// Whether the client port could be had.
     [[nodiscard]] bool open() {
-        const sockaddr_in address = loopbackAddress(ports_.client);
+        const sockaddr_in address = socketAddress(IPv4Address::loopback, ports_.client);
         return ::bind(socket_.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     }
 
@@ -66,7 +58,7 @@ class Device {
 
     void send(const DHCPPacket& packet) {
         const Bytes bytes = packet.serialize(DHCPPacket::minimumReplyLength);
-        const sockaddr_in address = loopbackAddress(ports_.server);
+        const sockaddr_in address = socketAddress(IPv4Address::loopback, ports_.server);
         // A server that does not listen yet is no reason to give up: the message is sent again.
         std::ignore = ::sendto(socket_.number(), bytes.data(), bytes.size(), 0,
                                reinterpret_cast<const sockaddr*>(&address), sizeof address);

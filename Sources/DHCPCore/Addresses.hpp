@@ -12,19 +12,21 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace DHCPCore {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// The bytes of an unsigned integer, most significant first: the order of the wire.
-template <std::unsigned_integral Integer>
+/// The bytes of an integer, most significant first: the order of the wire.
+template <std::integral Integer>
 [[nodiscard]] constexpr std::array<std::uint8_t, sizeof(Integer)> bigEndianBytes(Integer value) {
+    const auto bits = static_cast<std::make_unsigned_t<Integer>>(value);
     std::array<std::uint8_t, sizeof(Integer)> bytes{};
     for (std::size_t index = 0; index < sizeof(Integer); ++index) {
         const std::size_t shift = 8 * (sizeof(Integer) - 1 - index);
-        bytes.at(index) = static_cast<std::uint8_t>(value >> shift);
+        bytes.at(index) = static_cast<std::uint8_t>(bits >> shift);
     }
     return bytes;
 }

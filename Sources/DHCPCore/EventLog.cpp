@@ -1,6 +1,7 @@
 #include "DHCPCore/EventLog.hpp"
 
 #include "DHCPCore/Overloaded.hpp"
+#include "DHCPCore/UTF8.hpp"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -60,33 +61,6 @@ std::string upperCase(std::string_view text) {
         return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;
     });
     return upper;
-}
-
-/// The bytes of the character at the front of a text; 0 when they are not UTF-8 (RFC 3629, section 4).
-std::size_t characterLength(std::string_view text) {
-    const auto byte = [text](std::size_t index) {
-        return index < text.size() ? static_cast<std::uint8_t>(text[index]) : std::uint8_t{0};
-    };
-    const auto continues = [&byte](std::size_t index) { return (byte(index) & 0xC0U) == 0x80U; };
-    const std::uint8_t first = byte(0);
-    const std::uint8_t second = byte(1);
-    if (first < 0x80) {
-        return 1;
-    }
-    if (first >= 0xC2 && first <= 0xDF) {
-        return continues(1) ? 2 : 0;
-    }
-    if (first >= 0xE0 && first <= 0xEF) {
-        const bool overlong = first == 0xE0 && second < 0xA0;
-        const bool surrogate = first == 0xED && second > 0x9F;
-        return continues(1) && continues(2) && !overlong && !surrogate ? 3 : 0;
-    }
-    if (first >= 0xF0 && first <= 0xF4) {
-        const bool overlong = first == 0xF0 && second < 0x90;
-        const bool beyondUnicode = first == 0xF4 && second > 0x8F;
-        return continues(1) && continues(2) && continues(3) && !overlong && !beyondUnicode ? 4 : 0;
-    }
-    return 0;
 }
 
 /// Whether a whole character is a control character: C0, DEL, or U+0080 to U+009F.

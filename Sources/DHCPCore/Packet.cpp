@@ -4,6 +4,7 @@
 #include "DHCPCore/Overloaded.hpp"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>

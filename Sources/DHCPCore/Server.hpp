@@ -47,7 +47,7 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     [[nodiscard]] std::shared_ptr<EventStream<ServerEvent>> events() const { return events_; }
 
     /// Loads the leases and begins to serve; does nothing when running. May be called again after a failure.
-    /// @throws TransportError when the socket can't be opened.
+    /// @throws TransportError when the socket can't be opened, Error when it can't be watched.
     void start();
 
     /// Saves the leases and ends; does nothing when not running. A server is not started again afterwards.

@@ -1,6 +1,5 @@
 #include "DHCPCore/UTF8.hpp"
 
-#include <cstddef>
 #include <cstdint>
 
 namespace DHCPCore {
@@ -50,6 +49,14 @@ std::size_t fittingBytes(std::string_view bytes, Tail tail) {
 }
 
 } // namespace
+
+std::size_t characterLength(std::string_view text) {
+    if (text.empty()) {
+        return 0;
+    }
+    const Tail tail = tailOf(static_cast<std::uint8_t>(text.front()));
+    return fittingBytes(text, tail) == tail.length ? tail.length : 0;
+}
 
 std::string repairedUTF8(std::string_view bytes) {
     std::string text;

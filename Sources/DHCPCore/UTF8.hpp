@@ -1,9 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace DHCPCore {
+
+/// The bytes of the UTF-8 character (RFC 3629, section 4) at the front of a text; 0 when there is none.
+[[nodiscard]] std::size_t characterLength(std::string_view text);
 
 /// The bytes as UTF-8 (RFC 3629, section 4), with U+FFFD in place of each longest piece that only begins a character,
 /// and of each byte that does not even do that.

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -39,6 +40,13 @@ TEST(BigEndianBytesTest, PutsTheMostSignificantByteFirst) {
     EXPECT_EQ(bigEndianBytes(std::uint32_t{0x12345678}), (std::array<std::uint8_t, 4>{0x12, 0x34, 0x56, 0x78}));
     EXPECT_EQ(bigEndianBytes(std::uint64_t{0x0123456789ABCDEF}),
               (std::array<std::uint8_t, 8>{0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}));
+}
+
+TEST(BigEndianBytesTest, TakesASignedNumberAsItsTwosComplement) {
+    EXPECT_EQ(bigEndianBytes(std::int8_t{-2}), (std::array<std::uint8_t, 1>{0xFE}));
+    EXPECT_EQ(bigEndianBytes(std::int16_t{0x1234}), (std::array<std::uint8_t, 2>{0x12, 0x34}));
+    EXPECT_EQ(bigEndianBytes(std::int32_t{-2}), (std::array<std::uint8_t, 4>{0xFF, 0xFF, 0xFF, 0xFE}));
+    EXPECT_EQ(bigEndianBytes(std::numeric_limits<std::int64_t>::min()), (std::array<std::uint8_t, 8>{0x80}));
 }
 
 TEST(IPv4AddressTest, HoldsTheFirstOctetInTheMostSignificantByte) {

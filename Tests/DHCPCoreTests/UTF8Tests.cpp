@@ -7,6 +7,16 @@
 namespace DHCPCore {
 namespace {
 
+TEST(UTF8Test, MeasuresTheCharacterAtTheFront) {
+    EXPECT_EQ(characterLength("az"), 1U);
+    EXPECT_EQ(characterLength("\xC3\xA9z"), 2U);
+    EXPECT_EQ(characterLength("\xE2\x82\xAC"), 3U);
+    EXPECT_EQ(characterLength("\xF0\x9F\x98\x80z"), 4U);
+    for (const std::string none : {"", "\x80", "\xC3", "\xC3z", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xF0\x9F\x98z"}) {
+        EXPECT_EQ(characterLength(none), 0U);
+    }
+}
+
 TEST(UTF8Test, KeepsCharactersOfEveryLength) {
     for (const std::string text : {"", "plain\n", "\x7F", "\xC2\x80 \xDF\xBF", "\xE0\xA0\x80 \xED\x9F\xBF \xEF\xBF\xBF",
                                    "\xF0\x90\x80\x80 \xF4\x8F\xBF\xBF"}) {
