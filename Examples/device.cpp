@@ -69,7 +69,7 @@ class Device {
         constexpr int tries = 50;
         for (int turn = 0; turn < tries; ++turn) {
             send(packet);
-            if (const auto answer = receive(packet.xid)) {
+            if (auto answer = receive(packet.xid)) {
                 return answer;
             }
         }
