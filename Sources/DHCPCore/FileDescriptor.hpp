@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 namespace DHCPCore {
 
 /// Owns an open descriptor and closes it. Movable, not copyable.
@@ -26,5 +28,8 @@ class FileDescriptor {
   private:
     int number_ = -1;
 };
+
+/// Writes everything, whatever the descriptor's pace. @return 0, or the error number of the write that was refused.
+[[nodiscard]] int writeAll(int descriptor, std::string_view text);
 
 } // namespace DHCPCore

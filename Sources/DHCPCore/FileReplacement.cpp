@@ -100,12 +100,8 @@ class HiddenFile {
     }
 
     void write(std::string_view content) {
-        while (!content.empty()) {
-            const ssize_t count = ::write(descriptor_.number(), content.data(), content.size());
-            if (count < 0 && errno != EINTR) {
-                fail("write", name_, errno);
-            }
-            content.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
+        if (const int number = writeAll(descriptor_.number(), content); number != 0) {
+            fail("write", name_, number);
         }
         if (::close(descriptor_.release()) != 0) { // some file systems tell only now that there was no room
             fail("write", name_, errno);

@@ -5,12 +5,9 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <cstddef>
 #include <fcntl.h>
-#include <string_view>
 #include <sys/stat.h>
-#include <unistd.h>
+#include <tuple>
 #include <utility>
 
 namespace DHCPCore {
@@ -40,20 +37,6 @@ FileDescriptor openForAppending(const std::filesystem::path& path) {
     return file;
 }
 
-/// Writes until all is written or the system refuses; what it refuses is dropped.
-void writeAll(const FileDescriptor& file, std::string_view rest) {
-    while (!rest.empty()) {
-        const ssize_t count = ::write(file.number(), rest.data(), rest.size());
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            return;
-        }
-        rest.remove_prefix(static_cast<std::size_t>(count));
-    }
-}
-
 } // namespace
 
 LogFileWriter::LogFileWriter(std::filesystem::path folder) : directory_(std::move(folder)) {}
@@ -71,7 +54,7 @@ void LogFileWriter::append(std::string line, Date date) {
         createDirectories(directory_);
         const FileDescriptor file = openForAppending(directory_ / fileName(date));
         if (file.isOpen()) {
-            writeAll(file, text + '\n');
+            std::ignore = writeAll(file.number(), text + '\n'); // what the system refuses is dropped
         }
     });
 }

@@ -1,8 +1,9 @@
 #include "tarnwick/Output.hpp"
 
+#include "DHCPCore/FileDescriptor.hpp"
+
 #include <cerrno>
 #include <fcntl.h>
-#include <poll.h>
 #include <string>
 #include <tuple>
 #include <unistd.h>
@@ -18,25 +19,11 @@ void openMissingStandardDescriptors() {
     }
 }
 
-int writeAll(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t count = ::write(descriptor, text.data(), text.size());
-        if (count >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno == EAGAIN) { // somebody who shares the terminal or pipe made it non-blocking
-            pollfd waiting{.fd = descriptor, .events = POLLOUT, .revents = 0};
-            ::poll(&waiting, 1, -1);
-        } else if (errno != EINTR) {
-            return errno;
-        }
-    }
-    return 0;
-}
-
-int printLine(std::string_view text) { return writeAll(STDOUT_FILENO, std::string(text) + "\n"); }
+int printLine(std::string_view text) { return DHCPCore::writeAll(STDOUT_FILENO, std::string(text) + "\n"); }
 
 void printError(std::string_view text) {
-    std::ignore = writeAll(STDERR_FILENO, "tarnwick: " + std::string(text) + "\n"); // nowhere left to report to
+    std::ignore =
+        DHCPCore::writeAll(STDERR_FILENO, "tarnwick: " + std::string(text) + "\n"); // nowhere left to report to
 }
 
 } // namespace Tarnwick

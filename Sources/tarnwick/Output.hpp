@@ -8,10 +8,7 @@ namespace Tarnwick {
 /// opened later takes its number and gets what was meant for the user.
 void openMissingStandardDescriptors();
 
-/// Writes everything, whatever the descriptor's pace. @return 0, or the error number of the write that was refused.
-[[nodiscard]] int writeAll(int descriptor, std::string_view text);
-
-/// Writes the text and a line feed to standard output, at once. @return as `writeAll`.
+/// Writes the text and a line feed to standard output, at once. @return as `DHCPCore::writeAll`.
 int printLine(std::string_view text);
 
 /// Writes "tarnwick: ", the text and a line feed to standard error.
