@@ -10,14 +10,17 @@
 #include "tarnwick/Output.hpp"
 
 #include <asio/io_context.hpp>
-#include <asio/post.hpp>
 #include <asio/signal_set.hpp>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
+#include <exception>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -33,7 +36,24 @@
 namespace Tarnwick {
 namespace {
 
-using namespace DHCPCore;
+using DHCPCore::ConfigError;
+using DHCPCore::Date;
+using DHCPCore::DHCPServer;
+using DHCPCore::EventStream;
+using DHCPCore::LeaseFile;
+using DHCPCore::LogFileWriter;
+using DHCPCore::NetworkCard;
+using DHCPCore::PreflightCheck;
+using DHCPCore::ServerConfig;
+using DHCPCore::ServerEvent;
+using DHCPCore::TransportError;
+using DHCPCore::TransportMode;
+using DHCPCore::UDPTransport;
+
+namespace EventLog = DHCPCore::EventLog;
+namespace HostSetup = DHCPCore::HostSetup;
+namespace Interfaces = DHCPCore::Interfaces;
+namespace Preflight = DHCPCore::Preflight;
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;
@@ -114,8 +134,8 @@ class EventPrinter {
     /// Returns when the stream is finished. `readerGone` is called once, when nobody reads standard output any more.
     void consume(EventStream<ServerEvent>& events, const std::function<void()>& readerGone) {
         while (const auto event = events.next()) {
-            const Date now = currentDate();
-            const auto line = EventLog::line(*event, now, TimeZone::current());
+            const Date now = DHCPCore::currentDate();
+            const auto line = EventLog::line(*event, now, DHCPCore::TimeZone::current());
             if (line && log_) {
                 log_->append(*line, now);
             }
@@ -136,7 +156,7 @@ class EventPrinter {
         const int error = printLine(line);
         if (error != 0 && error != EPIPE && !refusalReported_) {
             refusalReported_ = true;
-            printError("standard output: " + systemText(error));
+            printError("standard output: " + DHCPCore::systemText(error));
         }
         return error;
     }
@@ -147,7 +167,7 @@ class EventPrinter {
     bool refusalReported_ = false;
 };
 
-DHCPServer::Options serverOptions(const ServeOptions& options) {
+DHCPServer::Options serverOptions(const ServeOptions& options, std::optional<DHCPCore::MACAddress> cardMAC) {
     const auto leasePath = options.leasePath ? std::filesystem::path(*options.leasePath) : LeaseFile::defaultURL();
     const TransportMode mode =
         options.loopback
@@ -155,7 +175,7 @@ DHCPServer::Options serverOptions(const ServeOptions& options) {
             : TransportMode{TransportMode::Interface{*options.interface}};
     return {.config = options.config,
             .mode = mode,
-            .cardMAC = std::nullopt,
+            .cardMAC = cardMAC,
             .leaseFile = {.url = leasePath},
             .presenceEnabled = !options.loopback};
 }
@@ -168,6 +188,14 @@ std::string startFailure(const std::exception& error, const ServeOptions& option
     }
     return fmt::format("port {} is in use by {}", options.loopback ? options.port : UDPTransport::serverPort,
                        Preflight::port67Holder().value_or("another program"));
+}
+
+/// Leaves every further SIGINT pending for good: all other threads block it already.
+void blockInterrupts() {
+    sigset_t interrupt{};
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    ::pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
 }
 
 /// Serves until SIGINT, or until nobody reads standard output.
@@ -185,9 +213,9 @@ void serve(DHCPServer& server, EventPrinter& printer, const ServeOptions& option
     awaitInterrupt();
 
     const auto events = server.events();
-    std::thread consumer = Threads::start("tarnwick.events", [&] {
+    std::thread consumer = DHCPCore::Threads::start("tarnwick.events", [&] {
         printer.consume(*events, [&] { server.stop(); });
-        asio::post(loop, [&loop] { loop.stop(); });
+        loop.stop();
     });
     try {
         server.start();
@@ -198,21 +226,22 @@ void serve(DHCPServer& server, EventPrinter& printer, const ServeOptions& option
     }
     loop.run();
     consumer.join();
+    blockInterrupts(); // from here on the signal set is gone, but the server may still wait for its probes
 }
 
 int runServe(const ServeOptions& options) {
     requireValid(options.config);
-    DHCPServer::Options forServer = serverOptions(options);
+    std::optional<DHCPCore::MACAddress> cardMAC;
     std::unique_ptr<LogFileWriter> log;
     if (!options.loopback) {
         const NetworkCard card = cardNamed(*options.interface);
         if (!passesPreflight(card, options.config)) {
             return exitFailure;
         }
-        forServer.cardMAC = card.mac;
+        cardMAC = card.mac;
         log = std::make_unique<LogFileWriter>(LogFileWriter::defaultDirectory());
     }
-    const auto server = std::make_shared<DHCPServer>(std::move(forServer));
+    const auto server = std::make_shared<DHCPServer>(serverOptions(options, cardMAC));
     EventPrinter printer(options.json, std::move(log));
     serve(*server, printer, options);
     return EXIT_SUCCESS;
@@ -232,7 +261,7 @@ int run(std::span<const std::string> arguments) {
         return runServe(parseServe(arguments.subspan(1)));
     }
     if (command == "--version") {
-        printLine(fmt::format("tarnwick {}", DHCPCoreInfo::version));
+        printLine(fmt::format("tarnwick {}", DHCPCore::DHCPCoreInfo::version));
         return EXIT_SUCCESS;
     }
     printLine(usageText);
@@ -254,7 +283,7 @@ int main(int argumentCount, char** arguments) {
         if (!error.isUsage) {
             return exitFailure;
         }
-        std::ignore = writeAll(STDERR_FILENO, "\n" + std::string(usageText) + "\n");
+        std::ignore = DHCPCore::writeAll(STDERR_FILENO, "\n" + std::string(usageText) + "\n");
         return exitUsage;
     } catch (const std::exception& error) {
         printError(error.what());

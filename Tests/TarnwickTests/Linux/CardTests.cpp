@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <functional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace Tarnwick {
@@ -139,6 +141,29 @@ TEST(CardTest, KeepsItsTextLinesInTheLogAlsoInJSON) {
                              "STOP         server stopped",
                          }));
         EXPECT_TRUE(std::filesystem::exists(tool.home() / ".local/share/Tarnwick/leases.json"));
+    });
+}
+
+TEST(CardTest, SurvivesFurtherInterruptsWhileItWaitsForItsProbes) {
+    onAReadyCable([] {
+        ASSERT_TRUE(ip("link set device0 down"));
+        const DHCPCore::TestSupport::TemporaryDirectory folder;
+        const std::filesystem::path leases = folder / "leases.json";
+        DHCPCore::TestSupport::writeText(
+            leases, R"({"version": 1, "quarantine": [], "leases": [{"mac": "02:00:00:00:00:09", "ip": "192.168.0.100",
+                        "state": "bound", "expiresAt": "2999-01-01T00:00:00Z", "firstSeen": "2025-01-01T00:00:00Z",
+                        "lastSeen": "2025-01-01T00:00:00Z"}]})");
+        ToolProcess tool({"serve", "--iface", "server0", "--leases", leases.string()});
+        tool.linesThrough("Link down");
+        ASSERT_TRUE(ip("link set device0 up"));
+        tool.linesThrough("LINK         up"); // the server asks for its devices at once
+        tool.signal(SIGINT);
+        tool.linesThrough("server stopped");
+        for (int count = 0; count < 200; ++count) { // up to the end and beyond, wherever that is
+            tool.signal(SIGINT);
+            std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        }
+        EXPECT_EQ(tool.wait(), 0);
     });
 }
 
