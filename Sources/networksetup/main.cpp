@@ -1,4 +1,5 @@
 #include "DHCPCore/DHCPCore.hpp"
+#include "DHCPCore/FileDescriptor.hpp"
 #include "DHCPCore/Interfaces.hpp"
 #include "DHCPCore/Overloaded.hpp"
 #include "networksetup/Execution.hpp"
@@ -68,7 +69,7 @@ int main(int argumentCount, char** arguments) {
         Tarnwick::printLine(printable(run(std::span(words).subspan(words.empty() ? 0 : 1))));
         return EXIT_SUCCESS;
     } catch (const std::exception& error) {
-        std::ignore = Tarnwick::writeAll(STDERR_FILENO, fmt::format("networksetup: {}\n", printable(error.what())));
+        std::ignore = DHCPCore::writeAll(STDERR_FILENO, fmt::format("networksetup: {}\n", printable(error.what())));
         return EXIT_FAILURE;
     }
 }

@@ -134,7 +134,8 @@ TEST(SerialQueueTest, TellsThatADescriptorIsReadableAndLeavesItOpen) {
 TEST(SerialQueueTest, MayBeDestroyedOnItsOwnThread) {
     auto queue = std::make_shared<SerialQueue>("own thread");
     std::promise<void> destroyed;
-    queue->async([&destroyed, last = std::move(queue)]() mutable {
+    SerialQueue& itself = *queue;
+    itself.async([&destroyed, last = std::move(queue)]() mutable {
         last.reset();
         destroyed.set_value();
     });
