@@ -90,13 +90,14 @@ TEST_F(ExchangeTest, GivesADeviceAnAddressAndTellsEveryStep) {
     discover = with(discover, OptionCode::vendorClass, "acme 1.0");
     const DHCPPacket offer = client_.ask(discover);
     const DHCPPacket ack = client_.ask(selecting(offer.yiaddr));
+    const std::string received = "RX REQUEST   02:00:00:00:00:01 host=- vendor=- req=192.168.0.100 sid=192.168.0.1 "
+                                 "xid=0x00000001 if=lo0";
     EXPECT_EQ(linesThrough("TX ACK"),
               (std::vector<std::string>{
                   "RX DISCOVER  02:00:00:00:00:01 host=device-1 vendor=acme 1.0 req=- xid=0x00000001 if=lo0",
                   "LEASE        offered 192.168.0.100 02:00:00:00:00:01 host=device-1",
                   "TX OFFER     192.168.0.100 -> 255.255.255.255:68 via lo0",
-                  "RX REQUEST   02:00:00:00:00:01 host=- vendor=- req=192.168.0.100 sid=192.168.0.1 xid=0x00000001 "
-                  "if=lo0",
+                  received,
                   "LEASE        bound 192.168.0.100 02:00:00:00:00:01 host=device-1",
                   "TX ACK       192.168.0.100 -> 255.255.255.255:68 via lo0 (lease 24 h)",
               }));
