@@ -67,7 +67,7 @@ struct EnumText<NetworkCard::Kind> {
 
 /// One IPv4 address of one interface, loopback and tunnels included.
 struct InterfaceAddress {
-    std::string name; ///< The system's name of the interface.
+    std::string name; ///< The system's name of the interface; "lo0" for loopback on every system.
     Subnet subnet;
     bool isPointToPoint = false;
 
@@ -86,7 +86,7 @@ struct MediaStatus {
     bool operator==(const MediaStatus&) const = default;
 };
 
-/// Every card of the host, in system order. (Linux/, Darwin/)
+/// Every card of the host, in system order; loopback is none. May run other programs. (Linux/, Darwin/)
 [[nodiscard]] std::vector<NetworkCard> list();
 
 /// Every IPv4 address of every interface. An address with a mask that is none is left out. (Linux/, Darwin/)
@@ -101,7 +101,7 @@ struct MediaStatus {
                                                          const std::optional<std::string>& current,
                                                          const std::optional<MACAddress>& remembered, bool isRunning);
 
-/// The name of the first card with that MAC, of any kind.
+/// The name of the first card with that MAC, of any kind; quicker than the whole list. (Linux/, Darwin/)
 [[nodiscard]] std::optional<std::string> bsdNameForMAC(const MACAddress& mac);
 
 /// The interface of the host's default route. (Linux/, Darwin/)
@@ -115,6 +115,11 @@ struct MediaStatus {
 
 } // namespace Interfaces
 } // namespace DHCPCore
+
+template <>
+struct std::hash<DHCPCore::NetworkCard::ConfigMethod> {
+    std::size_t operator()(const DHCPCore::NetworkCard::ConfigMethod& method) const noexcept;
+};
 
 template <>
 struct std::hash<DHCPCore::NetworkCard> {

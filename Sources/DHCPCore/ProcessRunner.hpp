@@ -1,5 +1,7 @@
 #pragma once
 
+#include "DHCPCore/FileDescriptor.hpp"
+
 #include <string>
 #include <vector>
 
@@ -7,13 +9,23 @@
 namespace DHCPCore::ProcessRunner {
 
 struct Output {
-    int status = -1;  ///< The exit status; -1 when the program could not be launched.
+    int status = -1;  ///< The exit status, 128 and its number after a signal; -1 when it could not be launched.
     std::string text; ///< Standard output and standard error together; why it could not be launched.
 
     bool operator==(const Output&) const = default;
 };
 
-/// Runs the program at that path, without a shell, and waits for its end. Bytes that are no UTF-8 come out replaced.
+/// Runs the program at that path, without a shell and with nothing to read, and waits for its end. Bytes that are no
+/// UTF-8 come out replaced.
 [[nodiscard]] Output run(const std::string& path, const std::vector<std::string>& arguments);
+
+/// The two ends of a pipe.
+struct Pipe {
+    FileDescriptor reading;
+    FileDescriptor writing;
+};
+
+/// Opens a pipe that is close-on-exec; its ends are not open on failure, with `errno` saying why. (Linux/, Darwin/)
+[[nodiscard]] Pipe openPipe();
 
 } // namespace DHCPCore::ProcessRunner
