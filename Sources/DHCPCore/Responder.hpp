@@ -7,28 +7,13 @@
 #include "DHCPCore/LeaseStore.hpp"
 #include "DHCPCore/Packet.hpp"
 #include "DHCPCore/PresenceState.hpp"
+#include "DHCPCore/Reply.hpp"
 
-#include <array>
-#include <cstdint>
-#include <optional>
-#include <string>
 #include <unordered_map>
 #include <variant>
 #include <vector>
 
 namespace DHCPCore {
-
-/// A complete answer, ready to serialise and send.
-struct Reply {
-    DHCPPacket packet;
-    ReplyDestination destination;
-    DHCPMessageType type = DHCPMessageType::offer; ///< OFFER, ACK or NAK.
-    IPv4Address ip;                                ///< The address that the reply is about.
-    MACAddress mac;                                ///< The client.
-    std::optional<std::string> note;               ///< A short explanation for the event stream.
-
-    bool operator==(const Reply&) const = default;
-};
 
 /// The last known presence per address.
 using PresenceMap = std::unordered_map<IPv4Address, PresenceState>;
@@ -78,8 +63,7 @@ struct Decision {
 
 /// Decides what to answer to a client's message (RFC 2131, section 4.3). Pure: no clock, no file, no socket.
 struct Responder {
-    /// Vendor-specific sub-option 1 with the text "1APC": without it, APC devices refuse an offer.
-    static constexpr std::array<std::uint8_t, 6> apcCookie{0x01, 0x04, 0x31, 0x41, 0x50, 0x43};
+    static constexpr auto apcCookie = ReplyBuilder::apcCookie;
 
     ServerConfig config;
 
