@@ -94,7 +94,7 @@ namespace Preflight {
 /// The holder of a port from the output of `netstat -anv -p udp`. Pure.
 [[nodiscard]] std::optional<std::string> holderInNetstat(std::string_view output, int port);
 
-/// Whether VMware's services run, which may grab the adapter.
+/// Whether VMware's services run, which may grab the adapter. (Linux/, Darwin/)
 [[nodiscard]] bool vmwareRunning();
 
 } // namespace Preflight

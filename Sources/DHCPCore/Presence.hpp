@@ -31,6 +31,11 @@ struct Prober {
     /// An ICMP echo request with its checksum (RFC 792; RFC 1071).
     [[nodiscard]] static Bytes echoRequest(std::uint16_t identifier, std::uint16_t sequence);
 
+    /// Whether a datagram, with or without its IPv4 header, is an echo reply. Where the request is given, the reply
+    /// must carry its identifier and sequence.
+    [[nodiscard]] static bool isEchoReply(std::span<const std::uint8_t> datagram,
+                                          std::span<const std::uint8_t> request = {});
+
     bool operator==(const Prober&) const = default;
 };
 

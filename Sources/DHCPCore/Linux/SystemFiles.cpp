@@ -12,7 +12,7 @@
 namespace DHCPCore::SystemFiles {
 
 std::optional<std::string> read(const std::filesystem::path& file) {
-    constexpr std::size_t longest = 65536;
+    constexpr std::size_t longest = 1U << 20U;
     // Without waiting: where a pipe lies in the place of a file, nobody may ever write into it.
     const FileDescriptor descriptor{::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
     struct stat status {};

@@ -8,7 +8,7 @@
 /// Small text files in which a Linux host says what it is like.
 namespace DHCPCore::SystemFiles {
 
-/// The first 64 KiB of a file; nothing when it can't be read.
+/// The first MiB of a file; nothing when it can't be read.
 [[nodiscard]] std::optional<std::string> read(const std::filesystem::path& file);
 
 /// The first line of a file, without what ends it.
