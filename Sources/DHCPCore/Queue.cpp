@@ -13,13 +13,49 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
-#include <future>
+#include <exception>
 #include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 namespace DHCPCore {
+
+namespace {
+
+/// Work that one thread does and another waits for.
+class Completion {
+  public:
+    void run(const SerialQueue::Work& work) {
+        std::exception_ptr error;
+        try {
+            work();
+        } catch (...) {
+            error = std::current_exception();
+        }
+        const std::lock_guard lock(mutex_);
+        error_ = std::move(error);
+        isDone_ = true;
+        changed_.notify_one(); // with the lock held: without it, the waiting side may be gone, and this with it
+    }
+
+    /// Throws what the work threw.
+    void wait() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return isDone_; });
+        if (error_) {
+            std::rethrow_exception(error_);
+        }
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool isDone_ = false;
+    std::exception_ptr error_;
+};
+
+} // namespace
 
 /// Shared by the queue, its thread and its subscriptions, so that each may go first.
 struct SerialQueue::Core {
@@ -37,16 +73,9 @@ struct SerialQueue::Core {
             work();
             return;
         }
-        std::promise<void> done;
-        async([&] {
-            try {
-                work();
-                done.set_value();
-            } catch (...) {
-                done.set_exception(std::current_exception());
-            }
-        });
-        done.get_future().get();
+        Completion completion;
+        async([&] { completion.run(work); });
+        completion.wait();
     }
 };
 
@@ -169,9 +198,17 @@ SerialQueue::~SerialQueue() {
     }
 }
 
-void SerialQueue::async(Work work) { core_->async(std::move(work)); }
+// The core is held while work is handed in: that work may destroy the queue before the hand-over has returned.
 
-void SerialQueue::runAndWait(const Work& work) { core_->runAndWait(work); }
+void SerialQueue::async(Work work) {
+    const auto core = core_;
+    core->async(std::move(work));
+}
+
+void SerialQueue::runAndWait(const Work& work) {
+    const auto core = core_;
+    core->runAndWait(work);
+}
 
 void SerialQueue::after(Duration delay, Work work) {
     auto timer = std::make_shared<asio::steady_timer>(core_->context, delay);

@@ -13,6 +13,7 @@ namespace DHCPCore {
 
 namespace {
 
+constexpr std::chrono::seconds firstTick{1};
 constexpr std::chrono::seconds watchInterval{1};
 constexpr std::chrono::seconds retryDelay{1};
 /// Read at most so many datagrams before timers and callers get their turn.
@@ -97,10 +98,10 @@ void DHCPServer::startOnQueue() {
             raiseLinkDown();
         }
         host_.triggerAlert(interfaceName_, options_.config.rangeStart);
-        watchTimer_ = host_.every(queue_, watchInterval, weakly([](DHCPServer& server) { server.watch(); }));
+        watchTimer_ = host_.every(queue_, firstTick, watchInterval, weakly([](DHCPServer& server) { server.watch(); }));
     }
     if (options_.presenceEnabled) {
-        presenceTimer_ = host_.every(queue_, Timing::presenceInterval,
+        presenceTimer_ = host_.every(queue_, firstTick, Timing::presenceInterval,
                                      weakly([](DHCPServer& server) { server.runPresenceCycle(); }));
     }
 }
@@ -121,7 +122,6 @@ void DHCPServer::stopOnQueue() {
 void DHCPServer::loadLeases() {
     try {
         LeaseFile::LoadResult result = options_.leaseFile.load(clock_());
-        leaseFileWritable_ = true;
         table_ = std::move(result.table);
         if (result.setAsideURL) {
             Notice notice = Notice::leaseFileSetAside(*result.setAsideURL);
@@ -150,8 +150,8 @@ void DHCPServer::openTransport() {
         options_.mode.isLoopback() ? options_.mode : TransportMode{TransportMode::Interface{interfaceName_}};
     auto transport = host_.makeTransport(mode, options_.config.serverIP);
     transport->open();
+    readSource_ = queue_.whenReadable(transport->fd(), weakly([](DHCPServer& server) { server.receiveWaiting(); }));
     transport_ = std::move(transport);
-    readSource_ = queue_.whenReadable(transport_->fd(), weakly([](DHCPServer& server) { server.receiveWaiting(); }));
     isOpen_ = true;
 }
 
@@ -195,8 +195,8 @@ void DHCPServer::handle(const Datagram& datagram) {
 /// Whether the datagram came by another card; reported here.
 bool DHCPServer::arrivedElsewhere(const Datagram& datagram) {
     if (!datagram.interfaceIndex) {
-        if (!arrivalUnknownWarned_) {
-            arrivalUnknownWarned_ = true;
+        if (!recvifWarned_) {
+            recvifWarned_ = true;
             inform("arrival interface check unavailable; relying on IP_BOUND_IF");
         }
         return false;

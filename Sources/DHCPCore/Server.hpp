@@ -119,9 +119,9 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     PresenceMap presence_;
     bool linkUp_ = true;
     bool running_ = false;
-    std::set<NoticeKind> raised_; ///< Raised and not yet cleared.
-    bool arrivalUnknownWarned_ = false;
-    bool leaseFileWritable_ = true; ///< Not after the file could not be read: it must not be overwritten.
+    std::set<NoticeKind> raised_;   ///< Raised and not yet cleared.
+    bool recvifWarned_ = false;     ///< Once is enough.
+    bool leaseFileWritable_ = true; ///< Never again after the file could not be read: it must not be overwritten.
     std::unordered_map<IPv4Address, std::vector<FindingHandler>> investigations_; ///< At most one job per address.
 
     // Last, so destroyed first: no handler and no job outlives what it touches.

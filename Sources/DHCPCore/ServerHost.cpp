@@ -23,8 +23,8 @@ ServerHost ServerHost::system() {
                 return Prober{.interfaceName = name, .tcpPorts = {80, 443}}.probe(ip, Timing::probeTimeout);
             },
         .readARPTable = ARPTable::read,
-        .every = [](SerialQueue& queue, std::chrono::seconds interval,
-                    SerialQueue::Work work) { return queue.every(std::chrono::seconds{1}, interval, std::move(work)); },
+        .every = [](SerialQueue& queue, std::chrono::seconds first, std::chrono::seconds interval,
+                    SerialQueue::Work work) { return queue.every(first, interval, std::move(work)); },
         .after = [](SerialQueue& queue, std::chrono::seconds delay,
                     SerialQueue::Work work) { queue.after(delay, std::move(work)); },
     };

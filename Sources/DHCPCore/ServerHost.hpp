@@ -29,8 +29,11 @@ struct ServerHost {
     std::function<ProbeResult(const std::string& name, IPv4Address ip)> probe;
     /// Called on the presence queue.
     std::function<ARPTable::Map()> readARPTable;
-    /// First after one second, then at every interval.
-    std::function<std::unique_ptr<Subscription>(SerialQueue&, std::chrono::seconds interval, SerialQueue::Work)> every;
+    /// First after `first`, then at every further interval, until the subscription is destroyed.
+    std::function<std::unique_ptr<Subscription>(SerialQueue&, std::chrono::seconds first, std::chrono::seconds interval,
+                                                SerialQueue::Work)>
+        every;
+    /// Once, so much later.
     std::function<void(SerialQueue&, std::chrono::seconds delay, SerialQueue::Work)> after;
 
     [[nodiscard]] static ServerHost system();

@@ -45,8 +45,8 @@ struct Route {
     std::optional<IPv4Address> source; ///< Absent: the system chooses.
 };
 
-/// Sends one datagram whole. A source address that the card does not hold is EADDRNOTAVAIL: a datagram never leaves
-/// with another card's address. (Linux/, Darwin/)
+/// Sends one datagram whole. A source address that the host does not hold is EADDRNOTAVAIL or ENETUNREACH, as the
+/// system has it: a datagram never leaves with another source than the one asked for. (Linux/, Darwin/)
 [[nodiscard]] int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, const Route& route);
 
 } // namespace DHCPCore::Sockets

@@ -92,7 +92,7 @@ int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, cons
     if (sent >= 0) {
         return static_cast<std::size_t>(sent) == bytes.size() ? 0 : EIO;
     }
-    // The kernel says EINVAL when the source address it was asked for is not one of the host's.
+    // A source address that is not one of the host's is EINVAL to older kernels, ENETUNREACH to newer ones.
     return route.source && errno == EINVAL ? EADDRNOTAVAIL : errno;
 }
 

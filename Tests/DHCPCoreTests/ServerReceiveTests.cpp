@@ -1,0 +1,196 @@
+// The road of a datagram up to its decision.
+#include "Support/ServerHarness.hpp"
+
+#include <algorithm>
+
+namespace DHCPCore {
+namespace {
+
+using namespace TestSupport; // NOLINT(*-build-using-namespace): the words of the tests
+using std::chrono::hours;
+using Event = ServerEvent;
+using Events = std::vector<ServerEvent>;
+
+class ServerReceiveTest : public ServerHarness {
+  protected:
+    /// What a DISCOVER of that client leads to, as long as the pool has an address that is free.
+    [[nodiscard]] static Events offering(const DHCPPacket& packet, IPv4Address address, const MACAddress& client) {
+        return {received(packet), changed(newlyOffered(client, address, now + Timing::offerHold)),
+                sent(DHCPMessageType::offer, address, client)};
+    }
+};
+
+TEST_F(ServerReceiveTest, AnswersAMessageThatArrivedOnItsCard) {
+    start();
+    const auto message = discover(mac(1)).named("camera").ofVendor("lab");
+    Lease lease = newlyOffered(mac(1), ip(10), now + Timing::offerHold);
+    lease.hostname = "camera";
+    lease.vendorClass = "lab";
+    EXPECT_EQ(eventsOf(message, 3),
+              (Events{received(message), changed(lease), sent(DHCPMessageType::offer, ip(10), mac(1))}));
+    const auto replies = host->sent();
+    ASSERT_EQ(replies.size(), 1U);
+    EXPECT_EQ(replies[0].packet.messageType(), DHCPMessageType::offer);
+    EXPECT_EQ(replies[0].packet.yiaddr, ip(10));
+    EXPECT_EQ(replies[0].packet.xid, message.xid);
+    EXPECT_EQ(replies[0].destination, ReplyDestination{ReplyDestination::Broadcast{}});
+}
+
+TEST_F(ServerReceiveTest, PadsItsRepliesTo300Bytes) {
+    start();
+    std::ignore = eventsOf(discover(mac(1)), 3);
+    const auto replies = host->sent();
+    ASSERT_EQ(replies.size(), 1U);
+    EXPECT_EQ(replies[0].length, 300U);
+}
+
+TEST_F(ServerReceiveTest, ReportsARefusalWithItsReasonAndSendsIt) {
+    start();
+    const auto message = request(mac(1)).requesting("192.168.5.5"_ip);
+    EXPECT_EQ(eventsOf(message, 2), (Events{received(message), sent(DHCPMessageType::nak, "192.168.5.5"_ip, mac(1),
+                                                                    "requested address is not on this network")}));
+}
+
+TEST_F(ServerReceiveTest, SendsNothingWhenTheDecisionIsToBeSilent) {
+    start();
+    const auto message = decline(mac(1)).requesting(ip(10));
+    EXPECT_EQ(eventsOf(message, 2),
+              (Events{received(message), info("conflict: 02:00:00:00:00:01 reports 10.0.0.10 is already in use; "
+                                              "quarantined for 10 m")}));
+    EXPECT_EQ(host->sent(), std::vector<FakeHost::SentReply>{});
+}
+
+TEST_F(ServerReceiveTest, PassesOnANoticeOfItsDecisionEveryTime) {
+    start();
+    const auto message = request(mac(1)).requesting(ip(10)).selecting("10.0.0.99"_ip);
+    const Events expected{received(message), info("client 02:00:00:00:00:01 chose another server (10.0.0.99)"),
+                          raised(NoticeKind::otherServer, "Another DHCP server is on this cable (10.0.0.99). The "
+                                                          "device chose it instead of Tarnwick.")};
+    EXPECT_EQ(eventsOf(message, 3), expected);
+    EXPECT_EQ(eventsOf(message, 3), expected);
+}
+
+TEST_F(ServerReceiveTest, DecidesByItsClock) {
+    start();
+    const Date later = now + hours{5};
+    host->setNow(later);
+    EXPECT_EQ(
+        eventsOf(discover(mac(1)), 3),
+        (Events{received(discover(mac(1))), changed(newlyOffered(mac(1), ip(10), later + Timing::offerHold, later)),
+                sent(DHCPMessageType::offer, ip(10), mac(1))}));
+}
+
+TEST_F(ServerReceiveTest, DropsWhatArrivedOnAnotherCard) {
+    start();
+    host->plugIn("en0", 4);
+    host->arrive({datagram(discover(mac(1)), 4)});
+    EXPECT_EQ(take(1), Events{dropped("arrived on en0 instead of en7")});
+    EXPECT_EQ(settled(), Events{}) << "nothing is decided about it";
+    EXPECT_EQ(server->currentTable(), LeaseTable{});
+    EXPECT_EQ(host->sent(), std::vector<FakeHost::SentReply>{});
+}
+
+TEST_F(ServerReceiveTest, NamesACardThatHasNoNameByItsIndex) {
+    start();
+    host->arrive({datagram(discover(mac(1)), 12)});
+    EXPECT_EQ(take(1), Events{dropped("arrived on interface 12 instead of en7")});
+}
+
+TEST_F(ServerReceiveTest, DropsGarbageFromAnotherCardForTheCard) {
+    start();
+    host->arrive({{.bytes = {1, 2, 3}, .interfaceIndex = 12, .source = ip(9), .sourcePort = 68}});
+    EXPECT_EQ(take(1), Events{dropped("arrived on interface 12 instead of en7")});
+}
+
+TEST_F(ServerReceiveTest, WarnsOnceWhenTheSystemDoesNotTellTheArrivalCard) {
+    start();
+    host->arrive({datagram(discover(mac(1)), std::nullopt)});
+    Events expected{info("arrival interface check unavailable; relying on IP_BOUND_IF")};
+    std::ranges::copy(offering(discover(mac(1)), ip(10), mac(1)), std::back_inserter(expected));
+    EXPECT_EQ(take(4), expected);
+    host->arrive({datagram(discover(mac(2)), std::nullopt)});
+    EXPECT_EQ(take(3), offering(discover(mac(2)), ip(11), mac(2)));
+}
+
+TEST_F(ServerReceiveTest, TakesMessagesFromAnywhereInLoopbackMode) {
+    options.mode = {TransportMode::Loopback{.serverPort = 6767, .clientPort = 6868}};
+    start();
+    for (const std::optional<std::uint32_t> index :
+         {std::optional<std::uint32_t>(99), std::optional<std::uint32_t>()}) {
+        host->arrive({datagram(inform(mac(1)).from(ip(50)), index)});
+        EXPECT_EQ(take(3), (Events{received(inform(mac(1)).from(ip(50)), "lo0"),
+                                   info("static-IP device 10.0.0.50 (02:00:00:00:00:01) asked for options"),
+                                   {Event::Sent{{.type = DHCPMessageType::ack,
+                                                 .ip = ip(50),
+                                                 .mac = mac(1),
+                                                 .destination = {ReplyDestination::Unicast{ip(50)}},
+                                                 .interface = "lo0",
+                                                 .note = std::nullopt}}}}));
+    }
+}
+
+TEST_F(ServerReceiveTest, DropsWhatIsNoDHCPMessage) {
+    start();
+    const Bytes whole = discover(mac(1)).serialize(0);
+    for (const std::size_t length : {std::size_t{0}, std::size_t{1}, DHCPPacket::headerLength, whole.size() - 2}) {
+        SCOPED_TRACE(length);
+        const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+        std::string reason = "parsed";
+        try {
+            std::ignore = DHCPPacket::parse(cut);
+        } catch (const PacketError& error) {
+            reason = "malformed (" + error.description() + ")";
+        }
+        host->arrive({{.bytes = cut, .interfaceIndex = cardIndex, .source = ip(9), .sourcePort = 68}});
+        EXPECT_EQ(take(1), Events{dropped(reason)});
+        EXPECT_EQ(settled(), Events{});
+    }
+}
+
+TEST_F(ServerReceiveTest, ReportsAFailedReadingAndGoesOn) {
+    start();
+    host->failReceiving(ENOBUFS);
+    EXPECT_EQ(take(1), Events{info("receive failed: " + TransportError("recvmsg", ENOBUFS).description())});
+    arrive(discover(mac(1)));
+    EXPECT_EQ(take(3), offering(discover(mac(1)), ip(10), mac(1)));
+}
+
+TEST_F(ServerReceiveTest, AnswersEverythingThatIsWaitingWithoutAFurtherArrival) {
+    start();
+    constexpr std::size_t waiting = 64 * 3 + 1; // more than are read before others get their turn
+    host->arrive(std::vector<Datagram>(waiting, datagram(discover(mac(1)))));
+    const Events all = take(3 * waiting);
+    const Events each = offering(discover(mac(1)), ip(10), mac(1));
+    for (std::size_t index = 0; index < all.size(); ++index) {
+        EXPECT_EQ(all[index], each[index % each.size()]) << index;
+    }
+    EXPECT_EQ(host->sent().size(), waiting);
+}
+
+TEST_F(ServerReceiveTest, EndsInOrderBetweenAnyTwoEventsOfABurst) {
+    constexpr std::size_t waiting = 130;
+    for (const std::size_t seen : {0U, 1U, 2U, 3U, 100U, 191U, 192U, 193U, 300U, 390U}) {
+        SCOPED_TRACE(seen);
+        host = std::make_shared<FakeHost>();
+        host->setNow(now);
+        host->plugIn("en7", cardIndex);
+        setLink(true);
+        make();
+        start();
+        host->arrive(std::vector<Datagram>(waiting, datagram(discover(mac(1)))));
+        const Events before = take(seen);
+        server->stop();
+        const Events after = settled();
+        ASSERT_FALSE(after.empty());
+        EXPECT_EQ(after.back(), stopped());
+        EXPECT_EQ((before.size() + after.size() - 1) % 3, 0U) << "no message is left half done";
+        EXPECT_EQ(events->next(), std::nullopt);
+        const auto isSent = [](const Event& event) { return std::holds_alternative<Event::Sent>(event.value); };
+        EXPECT_EQ(
+            static_cast<std::size_t>(std::ranges::count_if(before, isSent) + std::ranges::count_if(after, isSent)),
+            host->sent().size());
+    }
+}
+
+} // namespace
+} // namespace DHCPCore
