@@ -72,9 +72,9 @@ class Device {
                                reinterpret_cast<const sockaddr*>(&address), sizeof address);
     }
 
-    /// Sends the message again every second until its answer is there; nothing after ten tries.
+    /// Sends the message again after every fifth of a second of silence; nothing after ten seconds.
     [[nodiscard]] std::optional<DHCPPacket> ask(const DHCPPacket& packet) {
-        constexpr int tries = 10;
+        constexpr int tries = 50;
         for (int turn = 0; turn < tries; ++turn) {
             send(packet);
             if (const auto answer = receive(packet.xid)) {
@@ -89,9 +89,9 @@ class Device {
         packet.setOption(code, Bytes(text.begin(), text.end()));
     }
 
-    /// The next answer to that transaction; nothing after a second of silence.
+    /// The next answer to that transaction; nothing after a fifth of a second of silence.
     [[nodiscard]] std::optional<DHCPPacket> receive(std::uint32_t xid) {
-        constexpr int milliseconds = 1000;
+        constexpr int milliseconds = 200;
         pollfd waiting{.fd = socket_.number(), .events = POLLIN, .revents = 0};
         while (::poll(&waiting, 1, milliseconds) == 1) {
             std::array<std::uint8_t, 2048> buffer{};

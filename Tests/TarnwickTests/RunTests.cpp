@@ -169,7 +169,7 @@ TEST_F(RunTest, DropsALeaseThatLiesOutsideTheRange) {
 }
 
 TEST_F(RunTest, MovesAsideALeaseFileThatItCanNotUse) {
-    for (const std::string text :
+    for (const std::string& text :
          {std::string("{ no json"), std::string(), std::string(R"({"version": 1})"),
           std::string(R"({"version": 2, "leases": [], "quarantine": []})"), std::string(100'000, '[')}) {
         SCOPED_TRACE(text.substr(0, 60));

@@ -21,8 +21,9 @@ class ToolProcess {
   public:
     struct Setting {
         std::vector<std::string> arguments;
-        bool outputClosed = false;                       ///< Start without a standard output at all.
-        std::optional<std::filesystem::path> outputFile; ///< Where standard output goes instead of to the test.
+        bool outputClosed = false; ///< Start without a standard output at all.
+        std::optional<std::filesystem::path> outputFile =
+            std::nullopt; ///< Where standard output goes instead of to the test.
     };
 
     explicit ToolProcess(std::vector<std::string> arguments)
