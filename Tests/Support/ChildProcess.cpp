@@ -35,6 +35,7 @@ using Clock = std::chrono::steady_clock;
     ::unsetenv("XDG_STATE_HOME");
     std::vector<std::string> words = setting.words;
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string& word : words) {
         pointers.push_back(word.data());
     }
@@ -109,6 +110,7 @@ std::vector<std::string> ChildProcess::linesThrough(const std::string& text) {
         }
     }
     ADD_FAILURE() << "no line with \"" << text << "\" came, but: " << fmt::format("{}", fmt::join(lines, "\n"));
+    lines.emplace_back("(nothing)"); // so that there is a last one
     return lines;
 }
 

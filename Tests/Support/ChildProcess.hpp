@@ -20,11 +20,11 @@ inline constexpr std::chrono::seconds patience{20};
 class ChildProcess {
   public:
     struct Setting {
-        std::vector<std::string> words;                  ///< The program, looked up as a shell does, and its arguments.
-        bool errorsInOutput = false;                     ///< Standard error goes where standard output goes.
-        bool outputClosed = false;                       ///< Start without a standard output at all.
-        std::optional<std::filesystem::path> outputFile; ///< Where standard output goes instead of to the test.
-        std::optional<uid_t> homeOwner; ///< Who may write in the home folder, when not the test's user.
+        std::vector<std::string> words; ///< The program, looked up as a shell does, and its arguments.
+        bool errorsInOutput = false;    ///< Standard error goes where standard output goes.
+        bool outputClosed = false;      ///< Start without a standard output at all.
+        std::optional<std::filesystem::path> outputFile{}; ///< Where standard output goes instead of to the test.
+        std::optional<uid_t> homeOwner{}; ///< Who may write in the home folder, when not the test's user.
     };
 
     explicit ChildProcess(const Setting& setting);
@@ -37,7 +37,8 @@ class ChildProcess {
     /// The next line of standard output, without its line feed; nothing at its end, or when none came in time.
     [[nodiscard]] std::optional<std::string> line();
 
-    /// Reads lines up to the first one that contains the text. @return all of them; fails the test when none came.
+    /// Reads lines up to the first one that contains the text. @return all of them, at least one; fails the test when
+    /// none came.
     std::vector<std::string> linesThrough(const std::string& text);
 
     /// Everything up to the end of standard output.

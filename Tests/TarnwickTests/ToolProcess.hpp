@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <sys/types.h>
 #include <utility>
@@ -38,6 +39,10 @@ struct Finished {
 
     bool operator==(const Finished&) const = default;
 };
+
+inline void PrintTo(const Finished& finished, std::ostream* out) {
+    *out << "status " << finished.status << "\noutput: " << finished.output << "\nerrors: " << finished.errors;
+}
 
 /// Waits for the tool's end.
 [[nodiscard]] Finished finish(ToolProcess& tool);
