@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -12,11 +11,6 @@
 #include <vector>
 
 namespace Tarnwick {
-
-void PrintTo(const Finished& finished, std::ostream* stream) {
-    *stream << "status " << finished.status << "\noutput: " << finished.output << "\nerrors: " << finished.errors;
-}
-
 namespace {
 
 const std::string usage = "usage:\n"

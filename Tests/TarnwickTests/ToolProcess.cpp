@@ -1,146 +1,39 @@
 #include "TarnwickTests/ToolProcess.hpp"
 
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cerrno>
-#include <csignal>
-#include <fcntl.h>
-#include <poll.h>
 #include <regex>
-#include <stdexcept>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
-#include <utility>
 
 namespace Tarnwick {
 
 namespace {
 
-using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
+using DHCPCore::TestSupport::ChildProcess;
 
-/// In the child: standard output and error in place, then the tool.
-[[noreturn]] void becomeTool(const ToolProcess::Setting& setting, const std::filesystem::path& home, int output) {
-    const int errors = ::open((home / "stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    ::dup2(errors, STDERR_FILENO);
-    ::dup2(output, STDOUT_FILENO);
-    if (setting.outputClosed) {
-        ::close(STDOUT_FILENO);
-    }
-    ::setenv("HOME", home.c_str(), 1);
-    ::unsetenv("XDG_DATA_HOME");
-    ::unsetenv("XDG_STATE_HOME");
-    std::vector<std::string> words{TARNWICK_TOOL};
+ChildProcess::Setting childSetting(const ToolProcess::Setting& setting) {
+    std::vector<std::string> words = setting.prefix;
+    words.push_back(setting.tool.string());
     words.insert(words.end(), setting.arguments.begin(), setting.arguments.end());
-    std::vector<char*> pointers;
-    for (std::string& word : words) {
-        pointers.push_back(word.data());
-    }
-    pointers.push_back(nullptr);
-    ::execv(TARNWICK_TOOL, pointers.data());
-    ::_exit(127);
+    return {.words = std::move(words),
+            .errorsInOutput = false,
+            .outputClosed = setting.outputClosed,
+            .outputFile = setting.outputFile,
+            .homeOwner = setting.homeOwner};
 }
 
 } // namespace
 
-ToolProcess::ToolProcess(const Setting& setting) {
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throw std::runtime_error("no pipe");
-    }
-    output_ = DHCPCore::FileDescriptor{ends[0]};
-    DHCPCore::FileDescriptor childEnd{ends[1]};
-    if (setting.outputFile) {
-        childEnd = DHCPCore::FileDescriptor{::open(setting.outputFile->c_str(), O_WRONLY | O_CLOEXEC)};
-    }
-    pid_ = ::fork();
-    if (pid_ == 0) {
-        becomeTool(setting, home_.path(), childEnd.number());
-    }
-}
+ToolProcess::ToolProcess(const Setting& setting) : ChildProcess(childSetting(setting)) {}
 
-ToolProcess::~ToolProcess() {
-    if (!status_) {
-        signal(SIGKILL);
-        wait();
-    }
-}
-
-bool ToolProcess::readMore() {
-    pollfd waiting{.fd = output_.number(), .events = POLLIN, .revents = 0};
-    constexpr auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(patience).count();
-    if (::poll(&waiting, 1, static_cast<int>(milliseconds)) != 1) {
-        return false;
-    }
-    std::array<char, 4096> buffer{};
-    const ssize_t count = ::read(output_.number(), buffer.data(), buffer.size());
-    if (count <= 0) {
-        return false;
-    }
-    unread_.append(buffer.data(), static_cast<std::size_t>(count));
-    return true;
-}
-
-std::optional<std::string> ToolProcess::line() {
-    for (;;) {
-        const auto end = unread_.find('\n');
-        if (end != std::string::npos) {
-            std::string line = unread_.substr(0, end);
-            unread_.erase(0, end + 1);
-            return line;
-        }
-        if (!readMore()) {
-            return std::nullopt;
-        }
-    }
-}
-
-std::vector<std::string> ToolProcess::linesThrough(const std::string& text) {
-    std::vector<std::string> lines;
-    while (auto next = line()) {
-        lines.push_back(*next);
-        if (next->find(text) != std::string::npos) {
-            return lines;
-        }
-    }
-    ADD_FAILURE() << "no line with \"" << text << "\" came, but: " << fmt::format("{}", fmt::join(lines, "\n"));
-    return lines;
-}
-
-std::string ToolProcess::rest() {
-    while (readMore()) {
-    }
-    return std::exchange(unread_, {});
-}
-
-std::string ToolProcess::errors() { return DHCPCore::TestSupport::readText(home() / "stderr"); }
-
-void ToolProcess::signal(int number) const { ::kill(pid_, number); }
-
-int ToolProcess::wait() {
-    const auto deadline = Clock::now() + patience;
-    while (!status_) {
-        int status = 0;
-        const pid_t ended = ::waitpid(pid_, &status, WNOHANG);
-        if (ended == pid_) {
-            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        } else if (Clock::now() > deadline) {
-            return -1;
-        } else {
-            std::this_thread::sleep_for(1ms);
-        }
-    }
-    return *status_;
+Finished finish(ToolProcess& tool) {
+    std::string output = tool.rest();
+    const int status = tool.wait();
+    return {.status = status, .output = std::move(output), .errors = tool.errors()};
 }
 
 Finished runTool(std::vector<std::string> arguments) {
     ToolProcess tool(std::move(arguments));
-    std::string output = tool.rest();
-    const int status = tool.wait();
-    return {.status = status, .output = std::move(output), .errors = tool.errors()};
+    return finish(tool);
 }
 
 std::string withoutTime(const std::string& line) {

@@ -1,76 +1,34 @@
 #pragma once
 
-#include "DHCPCore/FileDescriptor.hpp"
-#include "Support/TemporaryDirectory.hpp"
+#include "Support/ChildProcess.hpp"
 
-#include <chrono>
 #include <filesystem>
-#include <functional>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace Tarnwick {
 
-/// How long a test waits for something that should happen at once.
-inline constexpr std::chrono::seconds patience{20};
+using DHCPCore::TestSupport::patience;
 
-/// The built tool, run as a user would run it, with a home folder of its own. Killed when it still runs at the end.
-class ToolProcess {
+/// The built tool, run as a user would run it.
+class ToolProcess : public DHCPCore::TestSupport::ChildProcess {
   public:
     struct Setting {
-        std::vector<std::string> arguments;
-        bool outputClosed = false; ///< Start without a standard output at all.
-        std::optional<std::filesystem::path> outputFile =
-            std::nullopt; ///< Where standard output goes instead of to the test.
+        std::vector<std::string> arguments{};
+        std::vector<std::string> prefix{}; ///< What runs the tool, as in "ip netns exec lab".
+        std::filesystem::path tool = TARNWICK_TOOL;
+        bool outputClosed = false;                         ///< Start without a standard output at all.
+        std::optional<std::filesystem::path> outputFile{}; ///< Where standard output goes instead of to the test.
+        std::optional<uid_t> homeOwner{}; ///< Who may write in the home folder, when not the test's user.
     };
 
     explicit ToolProcess(std::vector<std::string> arguments)
         : ToolProcess(Setting{.arguments = std::move(arguments)}) {}
     explicit ToolProcess(const Setting& setting);
-    ToolProcess(const ToolProcess&) = delete;
-    ToolProcess& operator=(const ToolProcess&) = delete;
-    ToolProcess(ToolProcess&&) = delete;
-    ToolProcess& operator=(ToolProcess&&) = delete;
-    ~ToolProcess();
-
-    /// The next line of standard output, without its line feed; nothing at its end, or when none came in time.
-    [[nodiscard]] std::optional<std::string> line();
-
-    /// Reads lines up to the first one that contains the text. @return all of them; fails the test when none came.
-    std::vector<std::string> linesThrough(const std::string& text);
-
-    /// Everything up to the end of standard output.
-    [[nodiscard]] std::string rest();
-
-    /// Everything on standard error; call it after `wait`.
-    [[nodiscard]] std::string errors();
-
-    void signal(int number) const;
-
-    /// Reads no more of standard output, and closes the test's end of it.
-    void closeOutput() { output_.close(); }
-
-    /// The exit status, or 128 and the number of the signal that ended it; -1 when it did not end in time.
-    int wait();
-
-    /// The home folder that the tool sees.
-    [[nodiscard]] const std::filesystem::path& home() const { return home_.path(); }
-
-    /// The names of what the tool put there, beside the file that holds its standard error.
-    [[nodiscard]] std::vector<std::string> homeNames() const { return home_.names(); }
-
-    [[nodiscard]] pid_t pid() const { return pid_; }
-
-  private:
-    [[nodiscard]] bool readMore();
-
-    DHCPCore::TestSupport::TemporaryDirectory home_;
-    pid_t pid_ = -1;
-    DHCPCore::FileDescriptor output_;
-    std::string unread_;
-    std::optional<int> status_;
 };
 
 /// What a finished run of the tool left.
@@ -81,6 +39,13 @@ struct Finished {
 
     bool operator==(const Finished&) const = default;
 };
+
+inline void PrintTo(const Finished& finished, std::ostream* out) {
+    *out << "status " << finished.status << "\noutput: " << finished.output << "\nerrors: " << finished.errors;
+}
+
+/// Waits for the tool's end.
+[[nodiscard]] Finished finish(ToolProcess& tool);
 
 /// Runs the tool to its end.
 [[nodiscard]] Finished runTool(std::vector<std::string> arguments);
