@@ -162,6 +162,26 @@ TEST_F(ServingTest, SendsNothingWhileTheCardHasLostItsAddress) {
     EXPECT_EQ(offer->source, Lab::serverIP);
 }
 
+TEST_F(ServingTest, SendsNothingWhileAnotherCardHasItsAddress) {
+    const Device device(lab(), 1);
+    const Wire wire(device.network(), "eth0");
+    lab().plugCard("en6", mac(6));
+    ToolProcess tool(serving());
+    started(tool);
+
+    lab().removeAddress("en5");
+    lab().setAddress("en6");
+    wire.send(withID(discover(mac(1)), 1));
+    EXPECT_EQ(eventsThrough(tool, "INFO").back(), "INFO         OFFER not sent: 192.168.0.1 is not on en5 right now");
+
+    lab().removeAddress("en6");
+    lab().setAddress("en5");
+    wire.send(withID(discover(mac(1)), 2));
+    const auto offer = wire.nextReply();
+    ASSERT_TRUE(offer);
+    EXPECT_EQ(messageIn(*offer).xid, 2U) << "the first one left after all";
+}
+
 TEST_F(ServingTest, SaysThatADeviceChoseAnotherServer) {
     if (!isInstalled("dnsmasq")) {
         GTEST_SKIP() << "dnsmasq is not installed";

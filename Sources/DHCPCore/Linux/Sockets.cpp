@@ -7,7 +7,10 @@
 #include <cerrno>
 #include <cstring>
 #include <net/if.h>
+#include <string_view>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <vector>
 
 namespace DHCPCore::Sockets {
 
@@ -30,6 +33,44 @@ PacketInfoMessage packetInfoMessage(std::uint32_t interfaceIndex, IPv4Address so
     std::memcpy(message.bytes.data(), &header, sizeof header);
     std::memcpy(message.bytes.data() + CMSG_LEN(0), &info, sizeof info);
     return message;
+}
+
+/// Every address of the host, beside the label of the card that holds it. Empty when the system does not tell.
+std::vector<ifreq> addressesOfHost(const FileDescriptor& socket) {
+    constexpr std::size_t most = 65536;
+    for (std::size_t room = 64; room <= most; room *= 2) {
+        std::vector<ifreq> entries(room);
+        ifconf request{};
+        request.ifc_len = static_cast<int>(room * sizeof(ifreq));
+        request.ifc_req = entries.data();
+        if (::ioctl(socket.number(), SIOCGIFCONF, &request) != 0) {
+            return {};
+        }
+        const std::size_t count = static_cast<std::size_t>(request.ifc_len) / sizeof(ifreq);
+        if (count < room) { // else there may be more
+            entries.resize(count);
+            return entries;
+        }
+    }
+    return {};
+}
+
+/// Whether the card itself holds the address: the kernel is content with an address of any card. Two system calls, as
+/// this is asked for every datagram.
+bool holdsAddress(const FileDescriptor& socket, std::uint32_t interfaceIndex, IPv4Address address) {
+    ifreq card{};
+    card.ifr_ifindex = static_cast<int>(interfaceIndex);
+    if (::ioctl(socket.number(), SIOCGIFNAME, &card) != 0) {
+        return false;
+    }
+    const std::string_view name = card.ifr_name;
+    const std::vector<ifreq> entries = addressesOfHost(socket);
+    return std::ranges::any_of(entries, [&](const ifreq& entry) {
+        const std::string_view label = entry.ifr_name; // "en5", or "en5:1" for an address with a name of its own
+        sockaddr_in held{};
+        std::memcpy(&held, &entry.ifr_addr, sizeof held);
+        return label.substr(0, label.find(':')) == name && held.sin_addr.s_addr == htonl(address.value);
+    });
 }
 
 } // namespace
@@ -74,6 +115,9 @@ std::optional<std::uint32_t> arrivalInterface(std::span<const std::uint8_t> cont
 }
 
 int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, const Route& route) {
+    if (route.source && !holdsAddress(socket, route.interfaceIndex, *route.source)) {
+        return EADDRNOTAVAIL;
+    }
     sockaddr_in destination = socketAddress(route.destination, route.port);
     // The system's structures ask for writable memory that sending never writes to.
     iovec payload{.iov_base = const_cast<std::uint8_t*>(bytes.data()), .iov_len = bytes.size()};

@@ -233,6 +233,35 @@ TEST(CardTransportTest, SendsNothingWithoutTheServerAddress) {
     }
 }
 
+TEST(CardTransportTest, SendsNothingWhileAnotherCardHasTheServerAddress) {
+    if (!onACable([](UDPTransport& transport) {
+            transport.open();
+            const CableEnd device("device0");
+            ASSERT_TRUE(ip("address delete 192.168.77.1/24 dev server0"));
+            ASSERT_TRUE(ip("address add 192.168.77.1/24 dev other0"));
+            EXPECT_EQ(failureOfBroadcast(transport, false), SendFailure{SendFailure::AddressMissing{}});
+            EXPECT_TRUE(device.isSilent());
+        })) {
+        GTEST_SKIP() << "no right to make a network";
+    }
+}
+
+TEST(CardTransportTest, FindsTheServerAddressAmongManyAndUnderALabel) {
+    if (!onACable([](UDPTransport& transport) {
+            transport.open();
+            const CableEnd device("device0");
+            ASSERT_TRUE(ip("address delete 192.168.77.1/24 dev server0"));
+            for (int number = 1; number <= 70; ++number) {
+                ASSERT_TRUE(ip("address add 10.0.0." + std::to_string(number) + "/32 dev other0"));
+            }
+            ASSERT_TRUE(ip("address add 192.168.77.1/24 dev server0 label server0:1"));
+            EXPECT_EQ(failureOfBroadcast(transport, true), std::nullopt);
+            EXPECT_EQ(device.next(), (Seen{serverIP, 67, IPv4Address::broadcast, 68, message()}));
+        })) {
+        GTEST_SKIP() << "no right to make a network";
+    }
+}
+
 TEST(CardTransportTest, FailsWhileTheCardIsSwitchedOff) {
     if (!onACable([](UDPTransport& transport) {
             transport.open();
