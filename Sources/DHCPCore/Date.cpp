@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <mutex>
 
 namespace DHCPCore {
 
@@ -29,6 +30,8 @@ CalendarTime calendarTimeAtOffset(std::chrono::sys_seconds instant, seconds offs
 seconds hostOffset(std::chrono::sys_seconds instant) {
     const std::time_t time = instant.time_since_epoch().count();
     std::tm fields{};
+    static std::mutex zone; // the host's zone is the process's own state; not every library guards it by itself
+    const std::scoped_lock lock(zone);
     ::tzset(); // localtime_r alone need not notice that the host's zone was changed
     if (::localtime_r(&time, &fields) == nullptr) {
         return seconds{0};
