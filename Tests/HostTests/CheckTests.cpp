@@ -1,4 +1,5 @@
 // What the built tool says about a host's cards, and the checks before it serves one.
+#include "DHCPCore/ProcessRunner.hpp"
 #include "HostTests/HostTest.hpp"
 
 #include <fmt/format.h>
@@ -32,6 +33,16 @@ class CheckTest : public HostTest {
     /// A start that was refused after these lines.
     [[nodiscard]] static Finished refused(const std::vector<std::string>& lines) {
         return {.status = 1, .output = fmt::format("{}\n", fmt::join(lines, "\n")), .errors = ""};
+    }
+
+    /// Runs a line in a shell on the host, with the built networksetup installed there and nowhere else.
+    [[nodiscard]] ProcessRunner::Output pasted(const std::string& line) const {
+        std::vector<std::string> words = lab().host().prefix(); // it gives the shell mounts of its own, too
+        words.insert(words.end(), {"sh", "-ec",
+                                   "mount -t tmpfs none /usr/sbin; bash " INSTALL_NETWORKSETUP_PATH
+                                   " " NETWORKSETUP_PATH " 2>/dev/null\n" +
+                                       line});
+        return ProcessRunner::run("/usr/bin/env", words);
     }
 
     /// The next lines of a tool that goes on.
@@ -79,6 +90,22 @@ TEST_F(CheckTest, PrintsTheChecksAsTextBeforeJSON) {
 TEST_F(CheckTest, PrintsTheFixForACardWithoutTheAddress) {
     lab().removeAddress("en5");
     EXPECT_EQ(serve(), refused({wired, noServer, notConfigured, noOverlap, portFree, linked + fix}));
+}
+
+TEST_F(CheckTest, PrintsAFixThatMendsTheCardWhenRunWordForWord) {
+    lab().removeAddress("en5");
+    const Finished before = serve();
+    ASSERT_TRUE(before.output.ends_with(fix + "\n")) << before.output;
+    const std::string line = before.output.substr(before.output.rfind("  sudo "));
+
+    EXPECT_EQ(pasted(line),
+              (ProcessRunner::Output{
+                  .status = 0,
+                  .text = "Set en5 to 192.168.0.1/24 until the next restart, as no network manager owns it.\n"}));
+
+    ToolProcess tool(serving());
+    EXPECT_EQ(lines(tool, 6), (std::vector<std::string>{wired, noServer, configured, noOverlap, portFree, linked}));
+    EXPECT_EQ(withoutTime(lines(tool, 1).front()), startLine);
 }
 
 TEST_F(CheckTest, PrintsTheFixForACardWithAnotherMask) {
