@@ -23,6 +23,7 @@ namespace NetworkSetup {
 
 using DHCPCore::NetworkCard;
 using DHCPCore::splitDroppingEmpty;
+namespace NetworkManager = DHCPCore::NetworkManager;
 namespace SystemFiles = DHCPCore::SystemFiles;
 
 namespace {
@@ -43,14 +44,13 @@ std::optional<std::string> ask(const std::string& program, const std::vector<std
 
 std::optional<NetworkManagerFacts> surveyNetworkManager(const std::vector<NetworkCard>& cards, const Places& places) {
     const auto nmcli = installed(places.nmcli);
-    const auto devices = nmcli ? ask(*nmcli, DHCPCore::NetworkManager::deviceArguments()) : std::nullopt;
+    const auto devices = nmcli ? ask(*nmcli, NetworkManager::deviceArguments()) : std::nullopt;
     if (!devices) { // not installed, or it does not run
         return std::nullopt;
     }
-    const std::string list = ask(*nmcli, connectionListArguments()).value_or("");
-    const auto connections = list.empty() ? std::nullopt : ask(*nmcli, connectionArguments(list));
-    auto manager =
-        networkManagerFrom(connections.value_or(""), DHCPCore::NetworkManager::parseDevices(*devices), cards);
+    const std::string list = ask(*nmcli, NetworkManager::connectionListArguments()).value_or("");
+    const auto connections = list.empty() ? std::nullopt : ask(*nmcli, NetworkManager::connectionArguments(list));
+    auto manager = networkManagerFrom(connections.value_or(""), NetworkManager::parseDevices(*devices), cards);
     manager.nmcli = *nmcli;
     return manager;
 }
@@ -139,11 +139,6 @@ std::optional<std::string> linkTarget(const fs::path& link) {
     return error ? std::nullopt : std::optional(target.string());
 }
 
-/// What follows the key, which begins a line of its own; nothing where there is no such line.
-std::optional<std::string_view> valueOf(std::string_view line, std::string_view key) {
-    return line.starts_with(key) ? std::optional(line.substr(key.size())) : std::nullopt;
-}
-
 } // namespace
 
 Facts survey(const std::string& service, const std::vector<NetworkCard>& cards, const Places& places) {
@@ -167,39 +162,16 @@ Places placesOfThisNetwork() {
     return {};
 }
 
-std::vector<std::string> connectionListArguments() { return {"--terse", "--fields", "UUID", "connection", "show"}; }
-
-std::vector<std::string> connectionArguments(std::string_view list) {
-    std::vector<std::string> arguments{"--terse",
-                                       "--escape",
-                                       "no",
-                                       "--fields",
-                                       "connection.uuid,connection.id,connection.type,connection.interface-name",
-                                       "connection",
-                                       "show"};
-    for (const std::string_view uuid : splitDroppingEmpty(list, '\n')) {
-        arguments.insert(arguments.end(), {"uuid", std::string(uuid)});
-    }
-    return arguments;
-}
-
-NetworkManagerFacts networkManagerFrom(std::string_view connections,
-                                       const std::vector<DHCPCore::NetworkManager::Device>& devices,
+NetworkManagerFacts networkManagerFrom(std::string_view connections, const std::vector<NetworkManager::Device>& devices,
                                        const std::vector<NetworkCard>& cards) {
     NetworkManagerFacts manager;
-    for (const std::string_view line : splitDroppingEmpty(connections, '\n')) {
-        if (const auto uuid = valueOf(line, "connection.uuid:")) {
-            manager.connections.push_back(
-                {.name = {}, .uuid = std::string(*uuid), .type = {}, .card = {}, .isActive = false});
-        } else if (manager.connections.empty()) {
-            continue;
-        } else if (const auto name = valueOf(line, "connection.id:")) {
-            manager.connections.back().name = *name;
-        } else if (const auto type = valueOf(line, "connection.type:")) {
-            manager.connections.back().type = *type;
-        } else if (const auto card = valueOf(line, "connection.interface-name:"); card && !card->empty()) {
-            manager.connections.back().card = *card;
-        }
+    for (const auto& profile : NetworkManager::parseConnections(connections)) {
+        manager.connections.push_back(
+            {.name = profile.name,
+             .uuid = profile.uuid,
+             .type = profile.type,
+             .card = profile.interfaceName.empty() ? std::nullopt : std::optional(profile.interfaceName),
+             .isActive = false});
     }
     for (const auto& device : devices) {
         const bool isCard = std::ranges::any_of(cards, [&device](const NetworkCard& card) {

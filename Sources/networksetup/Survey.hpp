@@ -38,10 +38,6 @@ struct Places {
 
 // What interprets the answers; pure.
 
-/// The arguments by which nmcli lists the connections, and those by which it tells what they are.
-[[nodiscard]] std::vector<std::string> connectionListArguments();
-[[nodiscard]] std::vector<std::string> connectionArguments(std::string_view list);
-
 /// What NetworkManager holds, by what nmcli tells about its connections, and by its devices that are cards of this
 /// host.
 [[nodiscard]] NetworkManagerFacts networkManagerFrom(std::string_view connections,

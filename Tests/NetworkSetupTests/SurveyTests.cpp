@@ -61,13 +61,6 @@ NetworkManagerFacts recordedManager() {
             .cards = {"en5", "en6"}};
 }
 
-TEST(SurveyTest, AsksForEveryConnectionByItsUUID) {
-    EXPECT_EQ(connectionArguments("uuid-1\nuuid-2\n"),
-              (std::vector<std::string>{"--terse", "--escape", "no", "--fields",
-                                        "connection.uuid,connection.id,connection.type,connection.interface-name",
-                                        "connection", "show", "uuid", "uuid-1", "uuid", "uuid-2"}));
-}
-
 TEST(SurveyTest, ReadsConnectionsAndTheirCards) {
     EXPECT_EQ(networkManagerFrom(connections,
                                  {device("en5", 5, true, "0f3c0a5e-2f4f-4a9e-9f62-0d2b1b0a7d11"),

@@ -72,6 +72,11 @@ bool isManagedState(std::string_view state) {
     return parseDecimal<int>(state.substr(0, state.find(' '))).value_or(0) > unmanagedState;
 }
 
+/// What stands behind the key, as it is: a name may begin or end with a blank.
+std::optional<std::string> valueAfter(std::string_view key, std::string_view line) {
+    return line.starts_with(key) ? std::optional<std::string>(line.substr(key.size())) : std::nullopt;
+}
+
 std::string valueOrEmpty(std::string_view value) { return std::string(value == "--" ? "" : value); }
 
 } // namespace
@@ -110,6 +115,53 @@ std::vector<Device> parseDevices(std::string_view output) {
         }
     }
     return devices;
+}
+
+std::vector<std::string> connectionListArguments() { return {"--terse", "--fields", "UUID", "connection", "show"}; }
+
+std::vector<std::string> connectionArguments(std::string_view list) {
+    std::vector<std::string> arguments{"--terse",
+                                       "--escape",
+                                       "no",
+                                       "--fields",
+                                       "connection.uuid,connection.id,connection.type,connection.interface-name",
+                                       "connection",
+                                       "show"};
+    for (const std::string_view uuid : splitDroppingEmpty(list, '\n')) {
+        arguments.insert(arguments.end(), {"uuid", std::string(uuid)});
+    }
+    return arguments;
+}
+
+std::vector<Connection> parseConnections(std::string_view output) {
+    std::vector<Connection> connections;
+    for (const std::string_view line : splitDroppingEmpty(output, '\n')) {
+        if (const auto uuid = valueAfter("connection.uuid:", line)) {
+            connections.push_back({.name = {}, .uuid = *uuid, .type = {}, .interfaceName = {}});
+        } else if (connections.empty()) {
+            continue;
+        } else if (const auto name = valueAfter("connection.id:", line)) {
+            connections.back().name = *name;
+        } else if (const auto type = valueAfter("connection.type:", line)) {
+            connections.back().type = *type;
+        } else if (const auto card = valueAfter("connection.interface-name:", line)) {
+            connections.back().interfaceName = *card;
+        }
+    }
+    return connections;
+}
+
+bool isWaiting(const Device& device) { return device.isManaged && device.connectionUUID.empty(); }
+
+void assignConnections(std::vector<Device>& devices, const std::vector<Connection>& connections) {
+    for (Device& device : devices) {
+        const auto tied = [&device](const Connection& connection) { return connection.interfaceName == device.name; };
+        if (isWaiting(device) && std::ranges::count_if(connections, tied) == 1) {
+            const auto found = std::ranges::find_if(connections, tied);
+            device.connection = found->name;
+            device.connectionUUID = found->uuid;
+        }
+    }
 }
 
 std::vector<std::string> methodArguments(const std::string& connectionUUID) {

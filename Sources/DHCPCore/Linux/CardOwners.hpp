@@ -27,6 +27,28 @@ struct Device {
 [[nodiscard]] std::vector<std::string> deviceArguments();
 [[nodiscard]] std::vector<Device> parseDevices(std::string_view output);
 
+/// A connection profile. Several may have the same name; the UUID is its identity.
+struct Connection {
+    std::string name;
+    std::string uuid;
+    std::string type;          ///< As the tool prints it: "802-3-ethernet".
+    std::string interfaceName; ///< The card that it is tied to; empty when it is for any card.
+
+    bool operator==(const Connection&) const = default;
+};
+
+/// The arguments that list the connections' UUIDs, those that ask about all of such a list, and the reader of what
+/// the tool then prints.
+[[nodiscard]] std::vector<std::string> connectionListArguments();
+[[nodiscard]] std::vector<std::string> connectionArguments(std::string_view list);
+[[nodiscard]] std::vector<Connection> parseConnections(std::string_view output);
+
+/// Whether the device is managed and has no connection now, as without a cable.
+[[nodiscard]] bool isWaiting(const Device& device);
+
+/// Gives each waiting device the connection that is tied to it, where there is just one.
+void assignConnections(std::vector<Device>& devices, const std::vector<Connection>& connections);
+
 /// How a connection configures IPv4.
 [[nodiscard]] std::vector<std::string> methodArguments(const std::string& connectionUUID);
 [[nodiscard]] NetworkCard::ConfigMethod parseMethod(std::string_view output);

@@ -102,14 +102,26 @@ struct Owners {
 
 constexpr const char* nmcli = "/usr/bin/nmcli";
 
+/// What the tool prints; nothing where it fails.
+std::string askNetworkManager(const std::vector<std::string>& arguments) {
+    const auto output = ProcessRunner::run(nmcli, arguments);
+    return output.status == 0 ? output.text : std::string();
+}
+
 std::vector<NetworkManager::Device> networkManagerDevices() {
     std::error_code ignored;
     // It makes this folder when it starts. Without it, the tool would be asked in vain.
     if (!fs::exists("/run/NetworkManager", ignored)) {
         return {};
     }
-    const auto output = ProcessRunner::run(nmcli, NetworkManager::deviceArguments());
-    return output.status == 0 ? NetworkManager::parseDevices(output.text) : std::vector<NetworkManager::Device>{};
+    auto devices = NetworkManager::parseDevices(askNetworkManager(NetworkManager::deviceArguments()));
+    if (std::ranges::any_of(devices, NetworkManager::isWaiting)) {
+        const std::string uuids = askNetworkManager(NetworkManager::connectionListArguments());
+        NetworkManager::assignConnections(
+            devices, NetworkManager::parseConnections(
+                         uuids.empty() ? uuids : askNetworkManager(NetworkManager::connectionArguments(uuids))));
+    }
+    return devices;
 }
 
 std::vector<fs::path> filesMatching(const std::string& pattern) {
@@ -154,7 +166,7 @@ NetworkCard::ConfigMethod methodOfConnection(const std::string& uuid) {
     if (uuid.empty()) {
         return {};
     }
-    return NetworkManager::parseMethod(ProcessRunner::run(nmcli, NetworkManager::methodArguments(uuid)).text);
+    return NetworkManager::parseMethod(askNetworkManager(NetworkManager::methodArguments(uuid)));
 }
 
 std::optional<NetworkCard::ConfigMethod> networkdMethod(const Netlink::Link& link) {

@@ -82,6 +82,56 @@ TEST(NetworkManagerTest, ManagesADeviceFromTheStateAfterUnmanagedOn) {
     }
 }
 
+TEST(NetworkManagerTest, AsksForEveryConnectionByItsUUID) {
+    EXPECT_EQ(NetworkManager::connectionArguments("uuid-1\nuuid-2\n"),
+              (Strings{"--terse", "--escape", "no", "--fields",
+                       "connection.uuid,connection.id,connection.type,connection.interface-name", "connection", "show",
+                       "uuid", "uuid-1", "uuid", "uuid-2"}));
+}
+
+TEST(NetworkManagerTest, ReadsConnectionsAsTheyAreNamed) {
+    const std::vector<NetworkManager::Connection> expected{
+        {.name = "Wired connection 1", .uuid = "uuid-1", .type = "802-3-ethernet", .interfaceName = ""},
+        {.name = " Lab: a\\b ", .uuid = "uuid-2", .type = "802-3-ethernet", .interfaceName = "en6"}};
+    EXPECT_EQ(NetworkManager::parseConnections("connection.id:of none\n"
+                                               "connection.uuid:uuid-1\n"
+                                               "connection.id:Wired connection 1\n"
+                                               "connection.type:802-3-ethernet\n"
+                                               "connection.interface-name:\n"
+                                               "\n"
+                                               "connection.uuid:uuid-2\n"
+                                               "connection.id: Lab: a\\b \n"
+                                               "connection.type:802-3-ethernet\n"
+                                               "connection.interface-name:en6\n"),
+              expected);
+}
+
+NetworkManager::Device managed(const std::string& name, const std::string& connection, const std::string& uuid) {
+    return {.name = name, .mac = cardMAC, .isManaged = true, .connection = connection, .connectionUUID = uuid};
+}
+
+NetworkManager::Connection tied(const std::string& name, const std::string& uuid, const std::string& card) {
+    return {.name = name, .uuid = uuid, .type = "802-3-ethernet", .interfaceName = card};
+}
+
+TEST(NetworkManagerTest, GivesADeviceWithoutCableTheConnectionThatIsTiedToIt) {
+    std::vector<NetworkManager::Device> devices{managed("en5", "In use", "uuid-1"), managed("en6", "", ""),
+                                                managed("en7", "", ""), managed("en8", "", "")};
+    devices[3].isManaged = false;
+    NetworkManager::assignConnections(devices, {tied("Other", "uuid-2", "en5"), tied("Lab", "uuid-3", "en6"),
+                                                tied("Any", "uuid-4", ""), tied("Idle", "uuid-5", "en8")});
+    std::vector<NetworkManager::Device> expected{managed("en5", "In use", "uuid-1"), managed("en6", "Lab", "uuid-3"),
+                                                 managed("en7", "", ""), managed("en8", "", "")};
+    expected[3].isManaged = false;
+    EXPECT_EQ(devices, expected);
+}
+
+TEST(NetworkManagerTest, ChoosesNoneOfSeveralConnectionsThatAreTiedToADevice) {
+    std::vector<NetworkManager::Device> devices{managed("en6", "", "")};
+    NetworkManager::assignConnections(devices, {tied("Lab", "uuid-1", "en6"), tied("Office", "uuid-2", "en6")});
+    EXPECT_EQ(devices, (std::vector<NetworkManager::Device>{managed("en6", "", "")}));
+}
+
 TEST(NetworkManagerTest, TellsHowAConnectionConfiguresIPv4) {
     const std::vector<std::pair<std::string, ConfigMethod>> table{
         {"ipv4.method:auto\nipv4.addresses:\n", dhcp},
