@@ -59,6 +59,19 @@ std::optional<IPv4Address> lowestFreeAddress(const MACAddress& mac, std::span<co
     return std::nullopt;
 }
 
+/// At this point the client's own address is known to be unusable or another's, so that free means held by nobody.
+std::optional<IPv4Address> lowestFreeAddress(const LeaseTable& table, AddressRange range,
+                                             const AddressPredicate& isUsable, Date now) {
+    auto free = table.lowestFree(range, now);
+    while (free && !isUsable(*free)) {
+        if (*free == range.upper) { // here, since the number after 255.255.255.255 is 0
+            return std::nullopt;
+        }
+        free = table.lowestFree({.lower = IPv4Address{free->value + 1}, .upper = range.upper}, now);
+    }
+    return free;
+}
+
 /// The address of the offline device that was seen longest ago.
 std::optional<IPv4Address> reclaimableAddress(const MACAddress& mac, std::span<const Lease> leases,
                                               const AddressPredicate& isUsable, const AddressPredicate& holderIsOffline,
@@ -77,9 +90,34 @@ std::optional<IPv4Address> reclaimableAddress(const MACAddress& mac, std::span<c
 
 } // namespace
 
+bool isAvailable(IPv4Address address, const MACAddress& mac, const LeaseTable& table, const AddressPredicate& isUsable,
+                 Date now) {
+    if (!isUsable(address)) {
+        return false;
+    }
+    const auto holder = table.holder(address, now);
+    return !holder || holder->mac == mac;
+}
+
 bool isAvailable(IPv4Address address, const MACAddress& mac, std::span<const Lease> leases,
                  const AddressPredicate& isUsable, Date now) {
     return isUsable(address) && !isHeldByAnother(address, mac, leases, now);
+}
+
+std::optional<IPv4Address> chooseAddress(const MACAddress& mac, std::optional<IPv4Address> requested,
+                                         const LeaseTable& table, AddressRange range, const AddressPredicate& isUsable,
+                                         const AddressPredicate& holderIsOffline, Date now) {
+    const auto previous = table.lease(mac);
+    if (previous && isAvailable(previous->ip, mac, table, isUsable, now)) {
+        return previous->ip;
+    }
+    if (requested && isAvailable(*requested, mac, table, isUsable, now)) {
+        return requested;
+    }
+    if (const auto free = lowestFreeAddress(table, range, isUsable, now)) {
+        return free;
+    }
+    return reclaimableAddress(mac, table.leases(), isUsable, holderIsOffline, now);
 }
 
 std::optional<IPv4Address> chooseAddress(const MACAddress& mac, std::optional<IPv4Address> requested,

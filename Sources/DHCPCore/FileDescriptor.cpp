@@ -1,8 +1,11 @@
 #include "DHCPCore/FileDescriptor.hpp"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <poll.h>
+#include <sys/uio.h>
 #include <unistd.h>
 #include <utility>
 
@@ -26,16 +29,29 @@ void FileDescriptor::close() {
 
 int FileDescriptor::release() { return std::exchange(number_, -1); }
 
-int writeAll(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t count = ::write(descriptor, text.data(), text.size());
-        if (count >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno == EAGAIN) { // somebody who shares the terminal or pipe made it non-blocking
+int writeAll(int descriptor, std::string_view text) { return writeAll(descriptor, std::span(&text, 1)); }
+
+int writeAll(int descriptor, std::span<const std::string_view> pieces) {
+    constexpr std::size_t mostAtOnce = 512; // every system takes so many
+    std::array<iovec, mostAtOnce> vectors{};
+    std::size_t written = 0; // of the first piece
+    while (!pieces.empty()) {
+        const std::size_t count = std::min(pieces.size(), mostAtOnce);
+        for (std::size_t place = 0; place < count; ++place) {
+            const std::string_view piece = pieces[place].substr(place == 0 ? written : 0);
+            vectors[place] = {.iov_base = const_cast<char*>(piece.data()), .iov_len = piece.size()};
+        }
+        const ssize_t result = ::writev(descriptor, vectors.data(), static_cast<int>(count));
+        if (result < 0 && errno == EAGAIN) { // somebody who shares the terminal or pipe made it non-blocking
             pollfd waiting{.fd = descriptor, .events = POLLOUT, .revents = 0};
             ::poll(&waiting, 1, -1);
-        } else if (errno != EINTR) {
+        } else if (result < 0 && errno != EINTR) {
             return errno;
+        }
+        written += result < 0 ? 0 : static_cast<std::size_t>(result);
+        while (!pieces.empty() && written >= pieces.front().size()) {
+            written -= pieces.front().size();
+            pieces = pieces.subspan(1);
         }
     }
     return 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string_view>
 
 namespace DHCPCore {
@@ -31,5 +32,8 @@ class FileDescriptor {
 
 /// Writes everything, whatever the descriptor's pace. @return 0, or the error number of the write that was refused.
 [[nodiscard]] int writeAll(int descriptor, std::string_view text);
+
+/// The same for a text in pieces, with few calls of the system.
+[[nodiscard]] int writeAll(int descriptor, std::span<const std::string_view> pieces);
 
 } // namespace DHCPCore

@@ -99,8 +99,8 @@ class HiddenFile {
         }
     }
 
-    void write(std::string_view content) {
-        if (const int number = writeAll(descriptor_.number(), content); number != 0) {
+    void write(std::span<const std::string_view> pieces) {
+        if (const int number = writeAll(descriptor_.number(), pieces); number != 0) {
             fail("write", name_, number);
         }
         if (::close(descriptor_.release()) != 0) { // some file systems tell only now that there was no room
@@ -142,9 +142,13 @@ class HiddenFile {
 } // namespace
 
 void replaceFile(const std::filesystem::path& file, std::string_view content) {
+    replaceFile(file, std::span(&content, 1));
+}
+
+void replaceFile(const std::filesystem::path& file, std::span<const std::string_view> pieces) {
     makeDirectories(file.parent_path());
     HiddenFile replacement(file);
-    replacement.write(content);
+    replacement.write(pieces);
     replacement.putInPlace();
 }
 

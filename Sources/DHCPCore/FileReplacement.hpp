@@ -3,6 +3,7 @@
 #include "DHCPCore/Error.hpp"
 
 #include <filesystem>
+#include <span>
 #include <string_view>
 
 namespace DHCPCore {
@@ -19,5 +20,7 @@ class FileReplacementError : public Error {
 /// file that is replaced keeps its mode and, where the process may, its owner; a link is replaced and not followed.
 /// @throws FileReplacementError when that fails; the old file is then untouched and nothing is left beside it.
 void replaceFile(const std::filesystem::path& file, std::string_view content);
+/// The same for content in pieces.
+void replaceFile(const std::filesystem::path& file, std::span<const std::string_view> pieces);
 
 } // namespace DHCPCore

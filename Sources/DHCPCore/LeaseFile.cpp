@@ -21,18 +21,7 @@ namespace DHCPCore {
 
 namespace {
 
-constexpr int documentVersion = 1;
-constexpr const char* versionKey = "version";
-
-/// The document of a whole table: the table's own keys and the version's.
-std::string encode(const LeaseTable& table) {
-    nlohmann::json document = table;
-    document[versionKey] = documentVersion;
-    // Texts come from clients and may hold any bytes: what is not UTF-8 is replaced rather than refused.
-    return document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
-}
-
-/// Reads what `encode` writes; nothing for any other text or version.
+/// Reads what `LeaseDocument` writes; nothing for any other text or version.
 std::optional<LeaseTable> decode(std::string_view text) {
     constexpr int deepest = 100; // brackets in brackets; a lease lies on level 3
     const auto refuseDeepNesting = [](int depth, nlohmann::json::parse_event_t, const nlohmann::json&) {
@@ -46,7 +35,7 @@ std::optional<LeaseTable> decode(std::string_view text) {
     }
     try {
         const auto document = nlohmann::json::parse(text, refuseDeepNesting);
-        if (document.at(versionKey) != documentVersion) {
+        if (document.at(LeaseDocument::versionKey) != LeaseDocument::version) {
             return std::nullopt;
         }
         const auto table = document.get<LeaseTable>();
@@ -159,8 +148,13 @@ LeaseFile::LoadResult LeaseFile::load(Date now) const {
 }
 
 void LeaseFile::save(const LeaseTable& table) const {
+    LeaseDocument document;
+    save(table, document);
+}
+
+void LeaseFile::save(const LeaseTable& table, LeaseDocument& document) const {
     try {
-        replaceFile(url, encode(table));
+        replaceFile(url, document.of(table));
     } catch (const FileReplacementError& error) {
         throw LeaseFileError(error.description());
     }

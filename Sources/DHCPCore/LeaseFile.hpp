@@ -2,6 +2,7 @@
 
 #include "DHCPCore/Date.hpp"
 #include "DHCPCore/Error.hpp"
+#include "DHCPCore/LeaseDocument.hpp"
 #include "DHCPCore/LeaseStore.hpp"
 
 #include <filesystem>
@@ -43,6 +44,8 @@ struct LeaseFile {
     /// where the process may, its owner.
     /// @throws LeaseFileError when that fails; the old file is then untouched.
     void save(const LeaseTable& table) const;
+    /// The same with a document that is kept from one save to the next, and costs what has changed.
+    void save(const LeaseTable& table, LeaseDocument& document) const;
 
     /// The time stamp of a file moved aside, in the host's time zone, as in "20250314-093005".
     [[nodiscard]] static std::string stamp(Date date);

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
 #include <tuple>
 #include <utility>
@@ -67,6 +68,31 @@ std::optional<std::string> readOptionalText(const nlohmann::json& record, const 
     return found->get<std::string>();
 }
 
+std::uint64_t nextSerial() {
+    static std::atomic<std::uint64_t> last{0};
+    return ++last;
+}
+
+/// Drops the numbers of the records that go, then the records.
+template <class Record, class Predicate>
+std::size_t eraseWithSerials(std::vector<Record>& records, std::vector<std::uint64_t>& serials, Predicate goes) {
+    std::size_t kept = 0;
+    for (std::size_t place = 0; place < records.size(); ++place) {
+        if (goes(records[place])) {
+            continue;
+        }
+        if (kept != place) {
+            records[kept] = std::move(records[place]);
+            serials[kept] = serials[place];
+        }
+        ++kept;
+    }
+    const std::size_t removed = records.size() - kept;
+    records.resize(kept);
+    serials.resize(kept);
+    return removed;
+}
+
 } // namespace
 
 bool Lease::holdsAddress(Date now) const {
@@ -74,8 +100,12 @@ bool Lease::holdsAddress(Date now) const {
 }
 
 LeaseTable::LeaseTable(std::vector<Lease> leases, std::vector<Quarantine> quarantine)
-    : leases_(std::move(leases)), quarantine_(std::move(quarantine)) {
-    rebuildIndex();
+    : leases_(std::move(leases)), quarantine_(std::move(quarantine)), leaseSerials_(leases_.size()),
+      quarantineSerials_(quarantine_.size()) {
+    std::ranges::generate(leaseSerials_, nextSerial);
+    std::ranges::generate(quarantineSerials_, nextSerial);
+    leasesReplaced();
+    quarantineReplaced();
 }
 
 std::optional<Lease> LeaseTable::lease(const MACAddress& mac) const {
@@ -93,18 +123,24 @@ std::optional<Lease> LeaseTable::holder(IPv4Address ip, Date now) const {
 }
 
 bool LeaseTable::isQuarantined(IPv4Address ip, Date now) const {
-    return std::ranges::any_of(quarantine_,
-                               [&](const Quarantine& record) { return record.ip == ip && record.until > now; });
+    const auto found = quarantinedUntil_.find(ip);
+    return found != quarantinedUntil_.end() && found->second > now;
 }
 
 void LeaseTable::upsert(Lease lease) {
+    const IPv4Address ip = lease.ip;
     if (const auto position = index_.positionOf(lease.mac)) {
-        index_.move(leases_[*position].ip, lease.ip, *position);
+        const IPv4Address before = leases_[*position].ip;
+        index_.move(before, ip, *position);
         leases_[*position] = std::move(lease);
+        leaseSerials_[*position] = nextSerial();
+        updateHold(before);
     } else {
-        index_.append(lease.mac, lease.ip, leases_.size());
+        index_.append(lease.mac, ip, leases_.size());
         leases_.push_back(std::move(lease));
+        leaseSerials_.push_back(nextSerial());
     }
+    updateHold(ip);
 }
 
 std::optional<Lease> LeaseTable::remove(const MACAddress& mac) {
@@ -112,42 +148,82 @@ std::optional<Lease> LeaseTable::remove(const MACAddress& mac) {
     if (!position) {
         return std::nullopt;
     }
-    const auto record = leases_.begin() + static_cast<std::ptrdiff_t>(*position);
-    std::optional<Lease> removed = std::move(*record);
-    leases_.erase(record);
-    rebuildIndex();
+    const auto place = static_cast<std::ptrdiff_t>(*position);
+    std::optional<Lease> removed = std::move(leases_[*position]);
+    leases_.erase(leases_.begin() + place);
+    leaseSerials_.erase(leaseSerials_.begin() + place);
+    leasesReplaced();
     return removed;
 }
 
 void LeaseTable::addQuarantine(IPv4Address ip, Date until, const MACAddress& reportedBy) {
-    std::erase_if(quarantine_, [&](const Quarantine& record) { return record.ip == ip; });
+    if (quarantinedUntil_.contains(ip)) {
+        eraseWithSerials(quarantine_, quarantineSerials_, [&](const Quarantine& record) { return record.ip == ip; });
+    }
     quarantine_.push_back({.ip = ip, .until = until, .reportedBy = reportedBy});
+    quarantineSerials_.push_back(nextSerial());
+    quarantinedUntil_[ip] = until;
+    firstQuarantineEnd_ = std::min(firstQuarantineEnd_, until);
 }
 
 void LeaseTable::pruneQuarantine(Date now) {
-    std::erase_if(quarantine_, [&](const Quarantine& record) { return record.until <= now; });
+    if (now < firstQuarantineEnd_) {
+        return;
+    }
+    eraseWithSerials(quarantine_, quarantineSerials_, [&](const Quarantine& record) { return record.until <= now; });
+    quarantineReplaced();
 }
 
 std::size_t LeaseTable::clearInactive(Date now) {
-    const std::size_t removed = std::erase_if(leases_, [&](const Lease& lease) { return !lease.holdsAddress(now); });
-    rebuildIndex();
+    const std::size_t removed =
+        eraseWithSerials(leases_, leaseSerials_, [&](const Lease& lease) { return !lease.holdsAddress(now); });
+    leasesReplaced();
     return removed;
 }
 
 std::vector<Lease> LeaseTable::dropOutside(AddressRange range) {
-    const auto outside = std::stable_partition(leases_.begin(), leases_.end(),
-                                               [&](const Lease& lease) { return range.contains(lease.ip); });
-    std::vector<Lease> dropped(std::make_move_iterator(outside), std::make_move_iterator(leases_.end()));
-    leases_.erase(outside, leases_.end());
-    rebuildIndex();
+    std::vector<Lease> dropped;
+    const auto isOutside = [&](const Lease& lease) { return !range.contains(lease.ip); };
+    std::ranges::copy_if(leases_, std::back_inserter(dropped), isOutside);
+    if (!dropped.empty()) {
+        eraseWithSerials(leases_, leaseSerials_, isOutside);
+        leasesReplaced();
+    }
     return dropped;
 }
 
-void LeaseTable::rebuildIndex() {
+/// Finds anew what follows from the leases.
+void LeaseTable::leasesReplaced() {
     index_.clear();
+    held_.clear();
     for (std::size_t position = 0; position < leases_.size(); ++position) {
         index_.append(leases_[position].mac, leases_[position].ip, position);
     }
+    for (const Lease& lease : leases_) {
+        updateHold(lease.ip);
+    }
+}
+
+/// Finds anew what follows from the quarantine.
+void LeaseTable::quarantineReplaced() {
+    quarantinedUntil_.clear();
+    firstQuarantineEnd_ = Date::max();
+    for (const Quarantine& record : quarantine_) {
+        const auto [place, isNew] = quarantinedUntil_.try_emplace(record.ip, record.until);
+        place->second = std::max(place->second, record.until);
+        firstQuarantineEnd_ = std::min(firstQuarantineEnd_, record.until);
+    }
+}
+
+void LeaseTable::updateHold(IPv4Address ip) {
+    Date until = HeldAddresses::notHeld;
+    for (const std::size_t position : index_.positionsOf(ip)) {
+        const Lease& lease = leases_[position];
+        if (lease.state == Lease::State::offered || lease.state == Lease::State::bound) {
+            until = std::max(until, lease.expiresAt);
+        }
+    }
+    held_.set(ip, until);
 }
 
 std::vector<Lease> LeaseTable::sortedByIP() const {

@@ -3,6 +3,7 @@
 #include "DHCPCore/Addresses.hpp"
 #include "DHCPCore/Date.hpp"
 #include "DHCPCore/EnumText.hpp"
+#include "DHCPCore/HeldAddresses.hpp"
 #include "DHCPCore/LeaseIndex.hpp"
 #include "DHCPCore/PresenceState.hpp"
 
@@ -10,10 +11,12 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace DHCPCore {
@@ -77,6 +80,10 @@ class LeaseTable {
     /// The first record that holds the address at that instant.
     [[nodiscard]] std::optional<Lease> holder(IPv4Address ip, Date now) const;
     [[nodiscard]] bool isQuarantined(IPv4Address ip, Date now) const;
+    /// The lowest address of the range that no record holds at that instant.
+    [[nodiscard]] std::optional<IPv4Address> lowestFree(AddressRange range, Date now) const {
+        return held_.lowestFree(range, now);
+    }
 
     /// Replaces the client's record where it stands, else appends it.
     void upsert(Lease lease);
@@ -97,16 +104,28 @@ class LeaseTable {
     [[nodiscard]] std::vector<Lease>
     sortedForDisplay(const std::function<std::optional<PresenceState>(const Lease&)>& presence) const;
 
+    /// A number per record, each at its record's place. Two records with the same number are equal, in whatever tables
+    /// they stand: what was made of one is good for the other.
+    [[nodiscard]] const std::vector<std::uint64_t>& leaseSerials() const { return leaseSerials_; }
+    [[nodiscard]] const std::vector<std::uint64_t>& quarantineSerials() const { return quarantineSerials_; }
+
     bool operator==(const LeaseTable& other) const {
-        return leases_ == other.leases_ && quarantine_ == other.quarantine_; // the index follows from the leases
+        return leases_ == other.leases_ && quarantine_ == other.quarantine_; // all else follows from these
     }
 
   private:
-    void rebuildIndex();
+    void leasesReplaced();
+    void quarantineReplaced();
+    void updateHold(IPv4Address ip);
 
     std::vector<Lease> leases_;
     std::vector<Quarantine> quarantine_;
+    std::vector<std::uint64_t> leaseSerials_;
+    std::vector<std::uint64_t> quarantineSerials_;
     LeaseIndex index_;
+    HeldAddresses held_;                                     ///< By leases, not by quarantine.
+    std::unordered_map<IPv4Address, Date> quarantinedUntil_; ///< The latest of an address's records.
+    Date firstQuarantineEnd_ = Date::max();                  ///< Before it there is nothing to prune.
 };
 
 /// Objects with one key per field; the optional texts of a lease only when present, dates as `iso8601` writes them.

@@ -124,8 +124,7 @@ void Work::dispatch(const MACAddress& mac) {
 
 void Work::discover(const MACAddress& mac) {
     const auto ip = chooseAddress(
-        mac, packet_.requestedIP(), table().leases(), config_.range(),
-        [this](IPv4Address address) { return isUsable(address); },
+        mac, packet_.requestedIP(), table(), config_.range(), [this](IPv4Address address) { return isUsable(address); },
         [this](IPv4Address address) { return holderIsOffline(address); }, now());
     if (!ip) {
         drop("address pool exhausted", mac);

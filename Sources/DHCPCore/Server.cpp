@@ -16,7 +16,7 @@ namespace {
 constexpr std::chrono::seconds firstTick{1};
 constexpr std::chrono::seconds watchInterval{1};
 constexpr std::chrono::seconds retryDelay{1};
-/// Read at most so many datagrams before timers and callers get their turn.
+/// Read at most so many datagrams before they are answered, and timers and callers get their turn.
 constexpr int datagramsPerTurn = 64;
 
 ServerEvent leaseChanged(const Lease& lease) { return {ServerEvent::LeaseChanged{lease}}; }
@@ -161,7 +161,17 @@ void DHCPServer::closeTransport() {
     isOpen_ = false;
 }
 
+/// Datagrams that wait together share one save: each is decided in its turn, then the table is saved, then they are
+/// answered. Reports and replies go out in the order in which they would have gone one by one.
 void DHCPServer::receiveWaiting() {
+    putOff_.emplace();
+    handleWaiting();
+    std::vector<Step> steps = std::move(*putOff_);
+    putOff_.reset();
+    carryOut(std::move(steps));
+}
+
+void DHCPServer::handleWaiting() {
     for (int turn = 0; turn < datagramsPerTurn && isOpen_; ++turn) {
         std::optional<Datagram> datagram;
         try {
@@ -174,6 +184,20 @@ void DHCPServer::receiveWaiting() {
             return;
         }
         handle(*datagram);
+    }
+}
+
+void DHCPServer::carryOut(std::vector<Step> steps) {
+    bool isSaved = false; // the first save has what the later ones would add
+    for (Step& step : steps) {
+        std::visit(Overloaded{[this](ServerEvent& event) { emit(std::move(event)); },
+                              [this](const Reply& reply) { sendNow(reply, true); },
+                              [this, &isSaved](const SaveTable&) {
+                                  if (!std::exchange(isSaved, true)) {
+                                      persist();
+                                  }
+                              }},
+                   step);
     }
 }
 
@@ -251,12 +275,20 @@ void DHCPServer::apply(Decision decision) {
     if (decision.tableChanged) {
         persist();
     }
-    if (const auto* const action = std::get_if<DecisionAction::Reply>(&decision.action.value)) {
-        send(action->reply, true);
+    if (auto* const action = std::get_if<DecisionAction::Reply>(&decision.action.value)) {
+        send(std::move(action->reply));
     }
 }
 
-void DHCPServer::send(const Reply& reply, bool retry) {
+void DHCPServer::send(Reply reply) {
+    if (putOff_) {
+        putOff_->emplace_back(std::move(reply));
+    } else {
+        sendNow(reply, true);
+    }
+}
+
+void DHCPServer::sendNow(const Reply& reply, bool retry) {
     if (!isOpen_) {
         inform(fmt::format("{} not sent: socket closed", description(reply.type)));
         return;
@@ -291,7 +323,7 @@ void DHCPServer::handleSendFailure(const Reply& reply, const TransportError& err
                           [&](const SendFailure::PossiblyDenied&) {
                               if (retry) {
                                   host_.after(queue_, retryDelay,
-                                              weakly([reply](DHCPServer& server) { server.send(reply, false); }));
+                                              weakly([reply](DHCPServer& server) { server.sendNow(reply, false); }));
                               } else {
                                   raise(NoticeKind::localNetworkDenied,
                                         "Local Network access is off for Tarnwick. macOS is blocking DHCP broadcasts, "
@@ -311,8 +343,12 @@ void DHCPServer::persist() {
     if (!leaseFileWritable_) {
         return;
     }
+    if (putOff_) {
+        putOff_->emplace_back(SaveTable{});
+        return;
+    }
     try {
-        options_.leaseFile.save(table_);
+        options_.leaseFile.save(table_, document_);
     } catch (const std::exception& error) {
         raise(NoticeKind::leaseSaveFailed, fmt::format("Leases could not be saved: {}", error.what()));
         return;
@@ -320,7 +356,13 @@ void DHCPServer::persist() {
     clear(NoticeKind::leaseSaveFailed);
 }
 
-void DHCPServer::emit(ServerEvent event) { events_->yield(std::move(event)); }
+void DHCPServer::emit(ServerEvent event) {
+    if (putOff_) {
+        putOff_->emplace_back(std::move(event));
+    } else {
+        events_->yield(std::move(event));
+    }
+}
 
 void DHCPServer::inform(std::string text) { emit({ServerEvent::Info{std::move(text)}}); }
 

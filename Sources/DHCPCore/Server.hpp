@@ -19,6 +19,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <variant>
 #include <vector>
 
 namespace DHCPCore {
@@ -70,6 +71,10 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     };
     using FindingHandler = std::function<void(const Finding&)>;
 
+    /// What handling a datagram leads to, put off while further ones wait.
+    struct SaveTable {};
+    using Step = std::variant<ServerEvent, Reply, SaveTable>;
+
     void startOnQueue();
     void stopOnQueue();
     void loadLeases();
@@ -77,12 +82,15 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     void closeTransport();
 
     void receiveWaiting();
+    void handleWaiting();
+    void carryOut(std::vector<Step> steps);
     void handle(const Datagram& datagram);
     [[nodiscard]] bool arrivedElsewhere(const Datagram& datagram);
     void process(const DHCPPacket& packet, ProbeAnswers probes);
     void probeAndProcess(IPv4Address ip, const DHCPPacket& packet, ProbeAnswers probes);
     void apply(Decision decision);
-    void send(const Reply& reply, bool retry);
+    void send(Reply reply);
+    void sendNow(const Reply& reply, bool retry);
     void handleSendFailure(const Reply& reply, const TransportError& error, bool retry);
     [[nodiscard]] bool serverAddressPresent() const;
     void persist();
@@ -116,7 +124,9 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     std::string interfaceName_;               ///< Changes when the adapter comes back under another name.
     bool isOpen_ = false;                     ///< The transport is open and watched.
     LeaseTable table_;
+    LeaseDocument document_; ///< As it was saved last.
     PresenceMap presence_;
+    std::optional<std::vector<Step>> putOff_; ///< Present while waiting datagrams are being handled.
     bool linkUp_ = true;
     bool running_ = false;
     std::set<NoticeKind> raised_;   ///< Raised and not yet cleared.

@@ -108,10 +108,10 @@ void UDPTransport::open() {
 }
 
 std::optional<Datagram> UDPTransport::receive() {
-    Bytes bytes(longestDatagram);
+    buffer_.resize(longestDatagram);
     alignas(cmsghdr) std::array<std::uint8_t, controlLength> control{};
     sockaddr_in source{};
-    iovec payload{.iov_base = bytes.data(), .iov_len = bytes.size()};
+    iovec payload{.iov_base = buffer_.data(), .iov_len = buffer_.size()};
     msghdr message{};
     message.msg_name = &source;
     message.msg_namelen = sizeof source;
@@ -128,9 +128,8 @@ std::optional<Datagram> UDPTransport::receive() {
         }
         throw TransportError("recvmsg", error);
     }
-    bytes.resize(static_cast<std::size_t>(count));
     const auto controlCount = std::min<std::size_t>(message.msg_controllen, control.size());
-    return Datagram{.bytes = std::move(bytes),
+    return Datagram{.bytes = Bytes(buffer_.begin(), buffer_.begin() + count),
                     .interfaceIndex = Sockets::arrivalInterface(std::span(control).first(controlCount)),
                     .source = IPv4Address{ntohl(source.sin_addr.s_addr)},
                     .sourcePort = ntohs(source.sin_port)};

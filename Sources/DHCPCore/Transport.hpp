@@ -96,6 +96,7 @@ class UDPTransport {
     TransportMode mode_;
     std::optional<IPv4Address> replySource_;
     FileDescriptor socket_;
+    Bytes buffer_; ///< Where a datagram is received; made once.
     std::uint32_t interfaceIndex_ = 0;
 };
 

@@ -111,7 +111,7 @@ TEST(ChooseAddressTest, PassesOverARequestedAddressThatAnotherClientHolds) {
 
 TEST(ChooseAddressTest, PassesOverARequestedAddressThatIsUnusable) {
     const auto isUsable = [](IPv4Address address) { return address != ip(12); };
-    EXPECT_EQ(chooseAddress(client, ip(12), {}, pool, isUsable, never, now), ip(10));
+    EXPECT_EQ(chooseAddress(client, ip(12), LeaseTable{}, pool, isUsable, never, now), ip(10));
 }
 
 TEST(ChooseAddressTest, TakesTheLowestFreeAddress) {
@@ -188,12 +188,12 @@ TEST(ChooseAddressTest, StopsAtTheHighestAddressThereIs) {
 
 TEST(ChooseAddressTest, WalksARangeOfOneAddress) {
     constexpr AddressRange single{.lower = ip(10), .upper = ip(10)};
-    EXPECT_EQ(chooseAddress(client, std::nullopt, {}, single, always, never, now), ip(10));
+    EXPECT_EQ(chooseAddress(client, std::nullopt, LeaseTable{}, single, always, never, now), ip(10));
 }
 
 TEST(ChooseAddressTest, FindsNothingFreeInAReversedRange) {
     constexpr AddressRange reversed{.lower = ip(11), .upper = ip(10)};
-    EXPECT_EQ(chooseAddress(client, std::nullopt, {}, reversed, always, never, now), std::nullopt);
+    EXPECT_EQ(chooseAddress(client, std::nullopt, LeaseTable{}, reversed, always, never, now), std::nullopt);
 }
 
 /// The questions asked of the two predicates, in order, as in "usable 10.0.0.10".

@@ -1,4 +1,5 @@
 #include "DHCPCore/Allocation.hpp"
+#include "DHCPCore/LeaseFile.hpp"
 #include "DHCPCore/LeaseStore.hpp"
 #include "Model/LeaseModel.hpp"
 #include "Model/Random.hpp"
@@ -174,6 +175,12 @@ TEST(LeaseModelTest, ChoosesTheAddressByThePlainRules) {
                   Model::chooseAddress(client, requested, leases, range, isUsable, isOffline, instant));
         EXPECT_EQ(isAvailable(range.lower, client, leases, isUsable, instant),
                   Model::isAvailable(range.lower, client, leases, isUsable, instant));
+
+        const LeaseTable table(LeaseFile::oneRecordPerMAC(leases), {});
+        EXPECT_EQ(chooseAddress(client, requested, table, range, isUsable, isOffline, instant),
+                  Model::chooseAddress(client, requested, table.leases(), range, isUsable, isOffline, instant));
+        EXPECT_EQ(isAvailable(range.lower, client, table, isUsable, instant),
+                  Model::isAvailable(range.lower, client, table.leases(), isUsable, instant));
     }
 }
 
@@ -201,7 +208,7 @@ TEST(LeaseModelTest, EndsTheWalkAtTheLastAddressThereIs) {
     const auto never = [](IPv4Address) { return false; };
 
     EXPECT_EQ(Model::chooseAddress(mac(1), {}, {}, range, never, never, now), std::nullopt);
-    EXPECT_EQ(chooseAddress(mac(1), {}, {}, range, never, never, now), std::nullopt);
+    EXPECT_EQ(chooseAddress(mac(1), {}, LeaseTable{}, range, never, never, now), std::nullopt);
 }
 
 } // namespace DHCPCore
