@@ -325,7 +325,7 @@ class Interrupts {
     Interrupts(Interrupts&&) = delete;
     Interrupts& operator=(Interrupts&&) = delete;
     ~Interrupts() {
-        ::pthread_kill(thread_.native_handle(), SIGTERM); // where it was no signal that ended the run
+        ::pthread_kill(thread_.native_handle(), SIGINT); // where it was no signal that ended the run
         thread_.join();
     }
 

@@ -33,10 +33,8 @@ LeasePreset presetOf(std::uint32_t leaseSeconds) {
 }
 
 std::string listText(const std::vector<IPv4Address>& addresses) {
-    std::vector<std::string> texts;
-    for (const IPv4Address& address : addresses) {
-        texts.push_back(address.description());
-    }
+    std::vector<std::string> texts(addresses.size());
+    std::ranges::transform(addresses, texts.begin(), &IPv4Address::description);
     return fmt::format("{}", fmt::join(texts, ", "));
 }
 

@@ -26,8 +26,8 @@ constexpr const char* usage =
 class MonitorExampleTest : public testing::Test {
   protected:
     [[nodiscard]] ChildProcess::Setting setting(const Lines& further) const {
-        Lines words{MONITOR_EXAMPLE, "--port", std::to_string(client_.serverPort()), "--client-port",
-                    std::to_string(client_.clientPort())};
+        Lines words{MONITOR_EXAMPLE, "--port", std::to_string(client.serverPort()), "--client-port",
+                    std::to_string(client.clientPort())};
         words.insert(words.end(), further.begin(), further.end());
         return {.words = std::move(words)};
     }
@@ -50,12 +50,12 @@ class MonitorExampleTest : public testing::Test {
         return picture;
     }
 
-    DHCPPacket ask(DHCPMessageType type, IPv4Address requested) const {
+    [[nodiscard]] DHCPPacket ask(DHCPMessageType type, IPv4Address requested) const {
         DHCPPacket packet = with(message(type), OptionCode::serverID, IPv4Address{192, 168, 0, 1});
-        return client_.ask(with(packet, OptionCode::requestedIP, requested));
+        return client.ask(with(packet, OptionCode::requestedIP, requested));
     }
 
-    LoopbackClient client_;
+    LoopbackClient client;
 };
 
 TEST_F(MonitorExampleTest, ShowsTheErrorsOfTheTextsAndDoesNotServe) {
@@ -81,7 +81,7 @@ TEST_F(MonitorExampleTest, ShowsTheFaultsOfAConfigurationThatCanBeRead) {
 TEST_F(MonitorExampleTest, FollowsALiveServer) {
     ChildProcess example(setting({"rangeEnd=192.168.0.149", "lease= 90m "}));
     EXPECT_EQ(fromSettings(example, "serving"), (Lines{"  50 addresses, lease 1 h 30 m", "server:", "  serving lo0"}));
-    const DHCPPacket offer = client_.ask(message(DHCPMessageType::discover));
+    const DHCPPacket offer = client.ask(message(DHCPMessageType::discover));
     const DHCPPacket ack = ask(DHCPMessageType::request, offer.yiaddr);
     EXPECT_EQ(ack.messageType(), DHCPMessageType::ack);
     Lines lines = example.linesThrough("device found");
@@ -115,7 +115,7 @@ TEST_F(MonitorExampleTest, ShowsTheLeasesOfAnEarlierRunAndANoticeUntilItIsCleare
 TEST_F(MonitorExampleTest, TellsThatItCannotHaveThePort) {
     const LoopbackClient other;
     ChildProcess example({.words = {MONITOR_EXAMPLE, "--port", std::to_string(other.clientPort()), "--client-port",
-                                    std::to_string(client_.clientPort())}});
+                                    std::to_string(client.clientPort())}});
     const std::string port = std::to_string(other.clientPort());
     EXPECT_EQ(fromSettings(example, "failed"),
               (Lines{"  101 addresses, lease 24 h", "server:", "  stopped",
@@ -129,7 +129,7 @@ TEST_F(MonitorExampleTest, EndsWhenNobodyReadsItsOutput) {
     ChildProcess example(setting({}));
     example.linesThrough("serving");
     example.closeOutput();
-    client_.send(message(DHCPMessageType::discover));
+    client.send(message(DHCPMessageType::discover));
     EXPECT_EQ(example.wait(), 0);
 }
 

@@ -53,29 +53,29 @@ class RecordedRunTest : public testing::Test {
     static constexpr IPv4Address serverIP{127, 0, 0, 1};
 
     void start() {
-        server_ = std::make_shared<DHCPServer>(
-            DHCPServer::Options{.config = {.serverIP = serverIP,
-                                           .prefixLength = 24,
-                                           .rangeStart = IPv4Address{127, 0, 0, 100},
-                                           .rangeEnd = IPv4Address{127, 0, 0, 103},
-                                           .leaseSeconds = 3600,
-                                           .router = {},
-                                           .dns = {}},
-                                .mode = {TransportMode::Loopback{.serverPort = client_.serverPort(),
-                                                                 .clientPort = client_.clientPort()}},
-                                .cardMAC = std::nullopt,
-                                .leaseFile = file_,
-                                .presenceEnabled = true},
+        server = std::make_shared<DHCPServer>(
+            DHCPServer::Options{
+                .config = {.serverIP = serverIP,
+                           .prefixLength = 24,
+                           .rangeStart = IPv4Address{127, 0, 0, 100},
+                           .rangeEnd = IPv4Address{127, 0, 0, 103},
+                           .leaseSeconds = 3600,
+                           .router = {},
+                           .dns = {}},
+                .mode = {TransportMode::Loopback{.serverPort = client.serverPort(), .clientPort = client.clientPort()}},
+                .cardMAC = std::nullopt,
+                .leaseFile = file,
+                .presenceEnabled = true},
             [] { return std::chrono::floor<std::chrono::seconds>(currentDate()); });
-        events_ = server_->events();
-        server_->start();
+        events = server->events();
+        server->start();
     }
 
     /// Records up to the event that is waited for.
     void recordUntil(const std::function<bool(const ServerEvent&)>& isLast) {
-        while (auto event = events_->next(patience)) {
-            recording_.push_back({.event = std::move(*event), .at = currentDate()});
-            if (isLast(recording_.back().event)) {
+        while (auto event = events->next(patience)) {
+            recording.push_back({.event = std::move(*event), .at = currentDate()});
+            if (isLast(recording.back().event)) {
                 return;
             }
         }
@@ -98,15 +98,14 @@ class RecordedRunTest : public testing::Test {
     }
 
     IPv4Address discover(std::uint8_t device) {
-        const IPv4Address offered = client_.ask(message(DHCPMessageType::discover, device)).yiaddr;
+        const IPv4Address offered = client.ask(message(DHCPMessageType::discover, device)).yiaddr;
         recordUntilSent(DHCPMessageType::offer);
         return offered;
     }
 
     IPv4Address bind(std::uint8_t device) {
         const IPv4Address offered = discover(device);
-        EXPECT_EQ(client_.ask(answering(DHCPMessageType::request, device, offered)).messageType(),
-                  DHCPMessageType::ack);
+        EXPECT_EQ(client.ask(answering(DHCPMessageType::request, device, offered)).messageType(), DHCPMessageType::ack);
         recordUntilSent(DHCPMessageType::ack);
         return offered;
     }
@@ -114,46 +113,46 @@ class RecordedRunTest : public testing::Test {
     void release(std::uint8_t device, IPv4Address ip) {
         DHCPPacket packet = with(message(DHCPMessageType::release, device), OptionCode::serverID, serverIP);
         packet.ciaddr = ip;
-        client_.send(packet);
+        client.send(packet);
         recordUntil<ServerEvent::LeaseChanged>();
     }
 
     void stop() {
-        server_->stop();
+        server->stop();
         recordUntil<ServerEvent::Stopped>();
-        EXPECT_EQ(events_->next(), std::nullopt);
+        EXPECT_EQ(events->next(), std::nullopt);
     }
 
     [[nodiscard]] std::unordered_map<MACAddress, Lease> savedLeases() const {
-        return byMAC(file_.load(currentDate()).table.leases());
+        return byMAC(file.load(currentDate()).table.leases());
     }
 
-    TestSupport::TemporaryDirectory directory_;
-    LeaseFile file_{.url = directory_ / "leases.json"};
-    LoopbackClient client_;
-    std::shared_ptr<DHCPServer> server_;
-    std::shared_ptr<EventStream<ServerEvent>> events_;
-    std::vector<Recorded> recording_;
+    TestSupport::TemporaryDirectory directory;
+    LeaseFile file{.url = directory / "leases.json"};
+    LoopbackClient client;
+    std::shared_ptr<DHCPServer> server;
+    std::shared_ptr<EventStream<ServerEvent>> events;
+    std::vector<Recorded> recording;
 };
 
 TEST_F(RecordedRunTest, GivesTheLeasesOfTheFileThePresenceAndTheNotices) {
-    TestSupport::writeText(file_.url, "not JSON");
+    TestSupport::writeText(file.url, "not JSON");
     start();
     const IPv4Address first = bind(1);
     release(2, bind(2));
     bind(3);
-    server_->forgetLease(deviceMAC(3));
+    server->forgetLease(deviceMAC(3));
     recordUntil<ServerEvent::LeaseRemoved>();
-    client_.send(answering(DHCPMessageType::decline, 4, bind(4)));
+    client.send(answering(DHCPMessageType::decline, 4, bind(4)));
     recordUntil<ServerEvent::LeaseRemoved>();
     const IPv4Address last = bind(5);
-    server_->refreshPresence();
+    server->refreshPresence();
     recordUntil<ServerEvent::Presence>();
     recordUntil<ServerEvent::Presence>();
-    const TarnwickState running = folded(recording_);
-    const LeaseTable table = server_->currentTable();
+    const TarnwickState running = folded(recording);
+    const LeaseTable table = server->currentTable();
     stop();
-    const TarnwickState state = folded(recording_);
+    const TarnwickState state = folded(recording);
 
     EXPECT_EQ(state.leases.size(), 3U) << "of five devices one was forgotten, and one declined";
     EXPECT_EQ(state.leases, savedLeases());
@@ -162,7 +161,7 @@ TEST_F(RecordedRunTest, GivesTheLeasesOfTheFileThePresenceAndTheNotices) {
                                                                                 {last, PresenceState::online}}));
     EXPECT_EQ(running.deviceFound, table.lease(deviceMAC(5)));
     EXPECT_EQ(running.serverInterface, "lo0");
-    const auto names = directory_.names();
+    const auto names = directory.names();
     ASSERT_EQ(names.size(), 2U);
     const Notice setAside = Notice::leaseFileSetAside(names[1]);
     EXPECT_EQ(state.notices, (std::unordered_map<NoticeKind, Notice>{{NoticeKind::leaseFileSetAside, setAside}}));
@@ -175,30 +174,30 @@ TEST_F(RecordedRunTest, GivesTheLeasesOfTheRunBeforeToo) {
     bind(1);
     const IPv4Address second = bind(2);
     stop();
-    const TarnwickState before = folded(std::exchange(recording_, {}));
+    const TarnwickState before = folded(std::exchange(recording, {}));
     start();
     release(2, second);
     discover(3);
     stop();
     TarnwickState loaded;
-    loaded.loadLeases(file_.load(currentDate()));
+    loaded.loadLeases(file.load(currentDate()));
 
-    EXPECT_EQ(folded(recording_).leases, savedLeases()) << "from nothing: the server tells what it loaded";
-    EXPECT_EQ(folded(recording_, before).leases, savedLeases()) << "from the run before";
+    EXPECT_EQ(folded(recording).leases, savedLeases()) << "from nothing: the server tells what it loaded";
+    EXPECT_EQ(folded(recording, before).leases, savedLeases()) << "from the run before";
     EXPECT_EQ(loaded.leases, savedLeases());
     EXPECT_EQ(loaded.leases.size(), 3U);
 }
 
 TEST_F(RecordedRunTest, KeepsANoticeUntilItIsCleared) {
-    file_.url = directory_ / "folder" / "leases.json";
+    file.url = directory / "folder" / "leases.json";
     start();
-    TestSupport::writeText(directory_ / "folder", "not a folder");
+    TestSupport::writeText(directory / "folder", "not a folder");
     bind(1);
-    const TarnwickState failing = folded(recording_);
-    std::filesystem::remove(directory_ / "folder");
+    const TarnwickState failing = folded(recording);
+    std::filesystem::remove(directory / "folder");
     bind(2);
     stop();
-    const TarnwickState state = folded(recording_);
+    const TarnwickState state = folded(recording);
 
     ASSERT_EQ(failing.notices.size(), 1U);
     EXPECT_TRUE(failing.notices.contains(NoticeKind::leaseSaveFailed));

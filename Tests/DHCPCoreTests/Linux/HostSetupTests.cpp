@@ -38,17 +38,17 @@ class AdministratorTest : public testing::Test {
         writeText(pkexec(), "#!/bin/sh\n" + script + "\n");
         std::filesystem::permissions(pkexec(), std::filesystem::perms::owner_all);
     }
-    [[nodiscard]] std::filesystem::path pkexec() const { return directory_ / "pkexec"; }
+    [[nodiscard]] std::filesystem::path pkexec() const { return directory / "pkexec"; }
     /// Where a command of a test writes.
-    [[nodiscard]] std::filesystem::path result() const { return directory_ / "result"; }
+    [[nodiscard]] std::filesystem::path result() const { return directory / "result"; }
     [[nodiscard]] std::string intoResult() const { return " > " + HostSetup::shellQuote(result().string()); }
 
-    TemporaryDirectory directory_;
-    EnvironmentVariable path_{"PATH", directory_.path().string()};
+    TemporaryDirectory directory;
+    EnvironmentVariable path{"PATH", directory.path().string()};
 };
 
 TEST_F(AdministratorTest, RunsTheCommandThroughPkexec) {
-    writePkexec("printf '%s\\n' \"$@\" > " + HostSetup::shellQuote(result().string()));
+    writePkexec(R"(printf '%s\n' "$@" > )" + HostSetup::shellQuote(result().string()));
     EXPECT_EQ(errorOf("/usr/sbin/networksetup -setdhcp 'en5'"), std::nullopt);
     EXPECT_EQ(readText(result()), "/bin/sh\n-c\n/bin/sh -c -- \"$1\" || exit 1\nsh\n"
                                   "/usr/sbin/networksetup -setdhcp 'en5'\n");
@@ -140,10 +140,10 @@ TEST_F(AdministratorTest, TellsThatThereIsNoPkexec) {
 TEST_F(AdministratorTest, TakesTheFirstPkexecOfThePathAndNoneOfARelativeFolder) {
     writePkexec(allowing);
     {
-        const EnvironmentVariable later("PATH", "/nowhere::" + directory_.path().string());
+        const EnvironmentVariable later("PATH", "/nowhere::" + directory.path().string());
         EXPECT_EQ(errorOf("true"), std::nullopt);
     }
-    const auto relative = std::filesystem::relative(directory_.path()).string();
+    const auto relative = std::filesystem::relative(directory.path()).string();
     const EnvironmentVariable fromHere("PATH", relative);
     EXPECT_EQ(errorOf("true"), HostSetup::noAdministratorDialog());
 }
