@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <regex>
 #include <string>
@@ -119,7 +120,8 @@ TEST_F(MonitorExampleTest, TellsThatItCannotHaveThePort) {
     const std::string port = std::to_string(other.clientPort());
     EXPECT_EQ(fromSettings(example, "failed"),
               (Lines{"  101 addresses, lease 24 h", "server:", "  stopped",
-                     "  ! bind 127.0.0.1:" + port + " failed: Address already in use (errno 98)"}));
+                     "  ! bind 127.0.0.1:" + port + " failed: Address already in use (errno " +
+                         std::to_string(EADDRINUSE) + ")"}));
     example.signal(SIGINT);
     EXPECT_EQ(example.rest(), "");
     EXPECT_EQ(example.wait(), 0);

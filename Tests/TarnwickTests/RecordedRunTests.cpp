@@ -2,6 +2,7 @@
 // server knows.
 #include "DHCPCore/EventStream.hpp"
 #include "DHCPCore/Server.hpp"
+#include "DHCPCore/ServerHost.hpp"
 #include "DHCPCore/TarnwickState.hpp"
 #include "Support/ChildProcess.hpp"
 #include "Support/Printing.hpp"
@@ -46,19 +47,29 @@ TarnwickState folded(const std::vector<Recorded>& recording, TarnwickState state
     return state;
 }
 
-/// Serves 127.0.0.1/24 with the pool 127.0.0.100 to 127.0.0.103: those are this host's own addresses, so that real
-/// probes find them. The server's clock shows whole seconds, as the lease file does.
+/// This host, with nobody but the device at the first address to be found by a probe: no probe leaves it.
+ServerHost hostWithOneDevice() {
+    ServerHost host = ServerHost::system();
+    host.probe = [](const std::string&, IPv4Address ip) {
+        const bool answers = ip == IPv4Address{192, 168, 0, 100};
+        return ProbeResult{.answered = answers, .detail = answers ? "tcp 80 refused" : "no answer"};
+    };
+    host.readARPTable = [] { return ARPTable::Map{}; };
+    return host;
+}
+
+/// Serves on loopback with room for four devices. The server's clock shows whole seconds, as the lease file does.
 class RecordedRunTest : public testing::Test {
   protected:
-    static constexpr IPv4Address serverIP{127, 0, 0, 1};
+    static constexpr IPv4Address serverIP{192, 168, 0, 1};
 
     void start() {
         server = std::make_shared<DHCPServer>(
             DHCPServer::Options{
                 .config = {.serverIP = serverIP,
                            .prefixLength = 24,
-                           .rangeStart = IPv4Address{127, 0, 0, 100},
-                           .rangeEnd = IPv4Address{127, 0, 0, 103},
+                           .rangeStart = IPv4Address{192, 168, 0, 100},
+                           .rangeEnd = IPv4Address{192, 168, 0, 103},
                            .leaseSeconds = 3600,
                            .router = {},
                            .dns = {}},
@@ -66,7 +77,7 @@ class RecordedRunTest : public testing::Test {
                 .cardMAC = std::nullopt,
                 .leaseFile = file,
                 .presenceEnabled = true},
-            [] { return std::chrono::floor<std::chrono::seconds>(currentDate()); });
+            [] { return std::chrono::floor<std::chrono::seconds>(currentDate()); }, hostWithOneDevice());
         events = server->events();
         server->start();
     }
@@ -158,7 +169,7 @@ TEST_F(RecordedRunTest, GivesTheLeasesOfTheFileThePresenceAndTheNotices) {
     EXPECT_EQ(state.leases, savedLeases());
     EXPECT_EQ(running.leases, byMAC(table.leases()));
     EXPECT_EQ(running.presence, (std::unordered_map<IPv4Address, PresenceState>{{first, PresenceState::online},
-                                                                                {last, PresenceState::online}}));
+                                                                                {last, PresenceState::offline}}));
     EXPECT_EQ(running.deviceFound, table.lease(deviceMAC(5)));
     EXPECT_EQ(running.serverInterface, "lo0");
     const auto names = directory.names();
