@@ -2,7 +2,28 @@
 
 #include <fmt/format.h>
 
-namespace DHCPCore::HostSetup {
+#include <algorithm>
+#include <utility>
+
+namespace DHCPCore {
+
+namespace {
+
+constexpr int userCancelled = -128; // the number that scripts give for it
+
+} // namespace
+
+HostSetupError::HostSetupError(std::string message, bool cancellation)
+    : Error(std::move(message)), isCancellation(cancellation) {}
+
+HostSetupError::HostSetupError(const ScriptError& error)
+    : HostSetupError(error.message.value_or("The command failed."), error.number == userCancelled) {}
+
+bool HostSetupError::operator==(const HostSetupError& other) const {
+    return message() == other.message() && isCancellation == other.isCancellation;
+}
+
+namespace HostSetup {
 
 std::string shellQuote(std::string_view text) {
     std::string word = "'";
@@ -28,4 +49,25 @@ std::string setDHCPCommand(std::string_view service) {
 
 std::string sudoLine(std::string_view command) { return fmt::format("sudo {}", command); }
 
-} // namespace DHCPCore::HostSetup
+std::string validatedService(std::string_view service, const std::vector<std::string>& names) {
+    if (std::ranges::find(names, service) == names.end()) {
+        throw HostSetupError(fmt::format("Unknown network service: {}", service), false);
+    }
+    return std::string(service);
+}
+
+HostSetupError noAdministratorDialog() { return {"Could not prepare the administrator dialog.", false}; }
+
+std::string administratorScript(std::string_view command) {
+    std::string escaped;
+    for (const char character : command) {
+        if (character == '\\' || character == '"') {
+            escaped += '\\';
+        }
+        escaped += character;
+    }
+    return fmt::format("do shell script \"{}\" with administrator privileges", escaped);
+}
+
+} // namespace HostSetup
+} // namespace DHCPCore
