@@ -2,6 +2,7 @@
 #include "Support/ServerHarness.hpp"
 
 #include <algorithm>
+#include <iterator>
 
 namespace DHCPCore {
 namespace {
@@ -165,6 +166,60 @@ TEST_F(ServerReceiveTest, AnswersEverythingThatIsWaitingWithoutAFurtherArrival) 
         EXPECT_EQ(all[index], each[index % each.size()]) << index;
     }
     EXPECT_EQ(host->sent().size(), waiting);
+}
+
+TEST_F(ServerReceiveTest, ReportsABurstAsIfItsMessagesHadComeOneByOne) {
+    struct Message {
+        DHCPPacket packet;
+        std::size_t events;
+    };
+    const std::vector<Message> messages{{discover(mac(1)), 3},
+                                        {request(mac(2)).requesting(ip(11)), 3},
+                                        {request(mac(3)).requesting(ip(11)), 2},
+                                        {decline(mac(2)).requesting(ip(11)), 3},
+                                        {request(mac(1)).requesting(ip(10)).selecting(serverIP), 3},
+                                        {inform(mac(9)).from(ip(50)), 3},
+                                        {discover(mac(4)), 3},
+                                        {discover(mac(5)), 2}};
+    start();
+    Events oneByOne;
+    for (const Message& message : messages) {
+        const Events each = eventsOf(message.packet, message.events);
+        oneByOne.insert(oneByOne.end(), each.begin(), each.end());
+    }
+    const LeaseTable table = server->currentTable();
+
+    options.leaseFile.url = directory / "other.json";
+    make();
+    start();
+    std::vector<Datagram> waiting;
+    std::ranges::transform(messages, std::back_inserter(waiting),
+                           [](const Message& message) { return datagram(message.packet); });
+    host->arrive(waiting);
+    EXPECT_EQ(take(oneByOne.size()), oneByOne);
+    EXPECT_EQ(server->currentTable(), table);
+}
+
+TEST_F(ServerReceiveTest, AnswersABurstOnlyAfterAllOfItIsSaved) {
+    start();
+    LeaseTable savedBefore;
+    host->beforeNextReply([&] { savedBefore = savedLeases(); });
+    host->arrive({datagram(request(mac(1)).requesting(ip(10))), datagram(request(mac(2)).requesting(ip(11)))});
+    EXPECT_EQ(take(6).back(), granted(ip(11), mac(2)));
+    EXPECT_EQ(savedBefore, savedLeases());
+    EXPECT_EQ(savedBefore.leases().size(), 2U);
+}
+
+TEST_F(ServerReceiveTest, TellsOnceThatABurstCouldNotBeSaved) {
+    blockSaving();
+    start();
+    const auto first = request(mac(1)).requesting(ip(10));
+    const auto second = request(mac(2)).requesting(ip(11));
+    host->arrive({datagram(first), datagram(second)});
+    EXPECT_EQ(take(7), (Events{received(first), changed(newlyBound(mac(1), ip(10), now + hours{1})),
+                               raised(NoticeKind::leaseSaveFailed, "Leases could not be saved: " + savingError()),
+                               granted(ip(10), mac(1)), received(second),
+                               changed(newlyBound(mac(2), ip(11), now + hours{1})), granted(ip(11), mac(2))}));
 }
 
 TEST_F(ServerReceiveTest, EndsInOrderBetweenAnyTwoEventsOfABurst) {
