@@ -1,6 +1,6 @@
 #include "DHCPCore/LeaseFile.hpp"
 #include "DHCPCore/UserDirectories.hpp"
-#include "Support/Environment.hpp"
+#include "Support/EnvironmentVariable.hpp"
 #include "Support/LeaseBuilders.hpp"
 #include "Support/TemporaryDirectory.hpp"
 
@@ -24,7 +24,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using TestSupport::boundLease;
-using TestSupport::Environment;
+using TestSupport::EnvironmentVariable;
 using TestSupport::ip;
 using TestSupport::leaseIn;
 using TestSupport::leaseSeen;
@@ -52,7 +52,7 @@ class LeaseFileTest : public ::testing::Test {
     LeaseFile file{.url = folder / "leases.json"};
 
   private:
-    Environment zone_{"TZ", "UTC0"};
+    EnvironmentVariable zone_{"TZ", "UTC0"};
     mode_t umaskBefore_;
 };
 
@@ -456,7 +456,7 @@ TEST_F(LeaseFileTest, GivesANewFileAModeThatObeysTheUmask) {
 }
 
 TEST_F(LeaseFileTest, KeepsTheModeOfAFileThatItReplaces) {
-    for (const mode_t mode : {0600U, 0640U, 0664U, 0666U, 0444U, 0200U}) {
+    for (const mode_t mode : std::vector<mode_t>{0600, 0640, 0664, 0666, 0444, 0200}) {
         SCOPED_TRACE(mode);
         writeText(file.url, "old");
         ASSERT_EQ(::chmod(file.url.c_str(), mode), 0);
@@ -534,7 +534,7 @@ TEST_F(LeaseFileTest, StampsTheHostsWallClockTime) {
     EXPECT_EQ(LeaseFile::stamp(now), "20250314-093005");
     EXPECT_EQ(LeaseFile::stamp(now + 999999us), "20250314-093005");
     EXPECT_EQ(LeaseFile::stamp(now + 1s), "20250314-093006");
-    const Environment zone("TZ", "EAST-14:30");
+    const EnvironmentVariable zone("TZ", "EAST-14:30");
     EXPECT_EQ(LeaseFile::stamp(now), "20250315-000005");
 }
 

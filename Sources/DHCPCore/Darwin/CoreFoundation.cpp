@@ -18,6 +18,11 @@ CFTypeRef valueFor(CFStringRef key, CFTypeRef dictionary) {
 
 } // namespace
 
+Owned<CFArrayRef> arrayOf(std::initializer_list<CFStringRef> strings) {
+    std::vector<CFTypeRef> values(strings.begin(), strings.end());
+    return owned(CFArrayCreate(nullptr, values.data(), static_cast<CFIndex>(values.size()), &kCFTypeArrayCallBacks));
+}
+
 std::optional<std::string> text(CFTypeRef value) {
     if (!isOfType(value, CFStringGetTypeID())) {
         return std::nullopt;

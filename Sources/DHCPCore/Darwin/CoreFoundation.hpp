@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,6 +24,9 @@ template <class Reference>
 [[nodiscard]] Owned<Reference> owned(Reference reference) {
     return Owned<Reference>(reference);
 }
+
+/// A new array of these strings.
+[[nodiscard]] Owned<CFArrayRef> arrayOf(std::initializer_list<CFStringRef> strings);
 
 /// A string's text; nothing for no value and for a value of another type.
 [[nodiscard]] std::optional<std::string> text(CFTypeRef value);

@@ -1,9 +1,9 @@
 #include "DHCPCore/Linux/Netlink.hpp"
 
-#include "DHCPCore/FileDescriptor.hpp"
 #include "DHCPCore/Sockets.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <functional>
 #include <linux/if_addr.h>
@@ -270,6 +270,29 @@ std::optional<Bytes> ask(Question question) {
         dump = askOnce(question, progress);
     }
     return dump;
+}
+
+FileDescriptor openNotices() {
+    FileDescriptor socket = Sockets::open(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE);
+    sockaddr_nl groups{};
+    groups.nl_family = AF_NETLINK;
+    groups.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR;
+    if (!socket.isOpen() || Sockets::setNonBlocking(socket) != 0 ||
+        ::bind(socket.number(), reinterpret_cast<const sockaddr*>(&groups), sizeof groups) != 0) {
+        return {};
+    }
+    return socket;
+}
+
+bool takeNotice(const FileDescriptor& socket) {
+    sockaddr_nl sender{};
+    socklen_t senderLength = sizeof sender;
+    std::uint8_t firstByte = 0; // what changed is asked for anew: the rest is left to be cut off
+    if (::recvfrom(socket.number(), &firstByte, sizeof firstByte, 0, reinterpret_cast<sockaddr*>(&sender),
+                   &senderLength) < 0) {
+        return errno == ENOBUFS;
+    }
+    return sender.nl_pid == 0; // the kernel's; the groups hold nothing but what was asked for
 }
 
 std::vector<Link> parseLinks(Span dump) {

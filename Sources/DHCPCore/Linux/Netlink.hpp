@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DHCPCore/Addresses.hpp"
+#include "DHCPCore/FileDescriptor.hpp"
 
 #include <cstdint>
 #include <optional>
@@ -17,6 +18,15 @@ enum class Question { links, addresses, routes, neighbours };
 /// Asks the kernel; the network is that of the calling thread. All but the links are asked for IPv4 alone.
 /// @return nothing when the kernel refuses.
 [[nodiscard]] std::optional<Bytes> ask(Question question);
+
+/// A socket on which the kernel tells when a link or an IPv4 address comes, changes or goes, in the network of the
+/// calling thread. Reading does not wait. Not open when the kernel refuses.
+[[nodiscard]] FileDescriptor openNotices();
+
+/// Takes the next thing that the kernel tells on such a socket.
+/// @return whether something changed: a notice, or the word that notices were lost for want of room. False when there
+///         is nothing to take, and for what somebody else sent.
+[[nodiscard]] bool takeNotice(const FileDescriptor& socket);
 
 struct Link {
     std::uint32_t index = 0;

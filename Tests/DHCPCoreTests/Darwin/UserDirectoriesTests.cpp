@@ -1,22 +1,26 @@
 #include "DHCPCore/UserDirectories.hpp"
-#include "Support/Environment.hpp"
+#include "Support/EnvironmentVariable.hpp"
 
 #include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
 
 namespace DHCPCore {
 namespace {
 
-using TestSupport::Environment;
+using TestSupport::EnvironmentVariable;
 
 TEST(UserDirectoriesTest, LieInTheHomeDirectory) {
-    const Environment home("HOME", "/Users/lab");
+    const EnvironmentVariable home("HOME", "/Users/lab");
     EXPECT_EQ(UserDirectories::applicationSupport(), "/Users/lab/Library/Application Support");
     EXPECT_EQ(UserDirectories::logs(), "/Users/lab/Library/Logs");
 }
 
 TEST(UserDirectoriesTest, LieInTheUsersRecordedHomeWhereTheEnvironmentNamesNone) {
-    for (const char* const value : {static_cast<const char*>(nullptr), "", "relative/path"}) {
-        const Environment home("HOME", value);
+    for (const std::optional<std::string>& value :
+         {std::optional<std::string>(), std::optional<std::string>(""), std::optional<std::string>("relative/path")}) {
+        const EnvironmentVariable home("HOME", value);
         EXPECT_TRUE(UserDirectories::home().is_absolute());
     }
 }

@@ -4,13 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <string>
 #include <string_view>
+#include <sys/socket.h>
 #include <utility>
 #include <vector>
 
@@ -392,6 +395,89 @@ TEST(NetlinkTest, TellsTheStateOfANetworkMadeForTheTest) {
         GTEST_SKIP() << "this process may not make a network namespace";
     }
 }
+
+/// How many changes the socket tells of until it has nothing more.
+int noticesOn(const FileDescriptor& socket) {
+    int count = 0;
+    while (Netlink::takeNotice(socket)) {
+        ++count;
+    }
+    return count;
+}
+
+TEST(NetlinkNoticesTest, TellOfEachChangeOfALinkOrAnIPv4Address) {
+    const bool made = TestSupport::inFreshNetwork([] {
+        const FileDescriptor socket = Netlink::openNotices();
+        ASSERT_TRUE(socket.isOpen());
+        EXPECT_EQ(noticesOn(socket), 0);
+        ASSERT_TRUE(TestSupport::ip("addr add 10.0.0.1/32 dev lo"));
+        EXPECT_EQ(noticesOn(socket), 1);
+        ASSERT_TRUE(TestSupport::ip("addr del 10.0.0.1/32 dev lo"));
+        EXPECT_EQ(noticesOn(socket), 1);
+        ASSERT_TRUE(TestSupport::ip("link set lo mtu 1400"));
+        EXPECT_EQ(noticesOn(socket), 1);
+        ASSERT_TRUE(TestSupport::ip("addr add fd00::1/128 dev lo"));
+        EXPECT_EQ(noticesOn(socket), 0) << "IPv6";
+        ASSERT_TRUE(TestSupport::ip("route add 10.9.0.0/16 dev lo"));
+        EXPECT_EQ(noticesOn(socket), 0) << "a route";
+    });
+    if (!made) {
+        GTEST_SKIP() << "this process may not make a network namespace";
+    }
+}
+
+/// A socket that has room for hardly anything.
+FileDescriptor openCrampedNotices() {
+    FileDescriptor socket = Netlink::openNotices();
+    const int room = 1; // the kernel makes it its smallest
+    EXPECT_EQ(::setsockopt(socket.number(), SOL_SOCKET, SO_RCVBUF, &room, sizeof room), 0);
+    return socket;
+}
+
+TEST(NetlinkNoticesTest, TellOfLostOnesAsOfOneChange) {
+    const bool made = TestSupport::inFreshNetwork([] {
+        const FileDescriptor socket = openCrampedNotices();
+        const FileDescriptor twin = openCrampedNotices();
+        for (int last = 1; last <= 20; ++last) {
+            ASSERT_TRUE(TestSupport::ip("addr add 10.0.0." + std::to_string(last) + "/32 dev lo"));
+        }
+        std::uint8_t byte = 0;
+        ASSERT_EQ(::recv(twin.number(), &byte, 1, 0), -1);
+        ASSERT_EQ(errno, ENOBUFS);
+        const int kept = noticesOn(twin);
+        EXPECT_LT(kept, 20);
+        EXPECT_EQ(noticesOn(socket), kept + 1);
+        ASSERT_TRUE(TestSupport::ip("addr del 10.0.0.1/32 dev lo"));
+        EXPECT_EQ(noticesOn(socket), 1) << "and it goes on";
+    });
+    if (!made) {
+        GTEST_SKIP() << "this process may not make a network namespace";
+    }
+}
+
+TEST(NetlinkNoticesTest, IgnoreWhatComesFromAnybodyElseThanTheKernel) {
+    const bool made = TestSupport::inFreshNetwork([] {
+        const FileDescriptor socket = Netlink::openNotices();
+        sockaddr_nl address{};
+        socklen_t length = sizeof address;
+        ASSERT_EQ(::getsockname(socket.number(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+        address.nl_groups = 0;
+        const FileDescriptor stranger{::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)};
+        const nlmsghdr message{
+            .nlmsg_len = sizeof(nlmsghdr), .nlmsg_type = RTM_NEWLINK, .nlmsg_flags = 0, .nlmsg_seq = 0, .nlmsg_pid = 0};
+        ASSERT_EQ(::sendto(stranger.number(), &message, sizeof message, 0, reinterpret_cast<const sockaddr*>(&address),
+                           length),
+                  static_cast<ssize_t>(sizeof message));
+        EXPECT_FALSE(Netlink::takeNotice(socket));
+        std::uint8_t byte = 0;
+        EXPECT_EQ(::recv(socket.number(), &byte, 1, 0), -1) << "it was taken";
+    });
+    if (!made) {
+        GTEST_SKIP() << "this process may not make a network namespace";
+    }
+}
+
+TEST(NetlinkNoticesTest, AreNoneOnASocketThatIsNotOpen) { EXPECT_FALSE(Netlink::takeNotice(FileDescriptor{})); }
 
 } // namespace
 } // namespace DHCPCore
