@@ -9,7 +9,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
     # The tests are not needed here, so their libraries are not either.
     "$root/scripts/build" release -DTARNWICK_TESTS=OFF -DTARNWICK_BENCHMARKS=OFF
     # What tarnwick prints for a card that is not set up is to work; it serves all the same where it does not.
-    if [ "$(id -u)" -eq 0 ]; then
+    if [ "$(uname)" = Linux ] && [ "$(id -u)" -eq 0 ]; then
         "$root/scripts/install-networksetup" || true
     fi
 } >&2

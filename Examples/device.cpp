@@ -4,6 +4,7 @@
 #include "DHCPCore/FileDescriptor.hpp"
 #include "DHCPCore/Packet.hpp"
 #include "DHCPCore/SocketAddress.hpp"
+#include "DHCPCore/Sockets.hpp"
 #include "DHCPCore/TextPieces.hpp"
 
 #include <fmt/format.h>
@@ -38,7 +39,7 @@ void say(std::string_view text) { fmt::print(stderr, "device: {}\n", text); }
 /// A DHCP client on loopback (RFC 2131, section 4.4), for one exchange at a time.
 class Device {
   public:
-    explicit Device(Ports ports) : ports_(ports), socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
+    explicit Device(Ports ports) : ports_(ports), socket_(Sockets::open(AF_INET, SOCK_DGRAM, 0)) {}
 
     /// Whether the client port could be had.
     [[nodiscard]] bool open() {

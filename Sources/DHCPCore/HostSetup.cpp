@@ -1,5 +1,7 @@
 #include "DHCPCore/HostSetup.hpp"
 
+#include "DHCPCore/TextPieces.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -12,6 +14,27 @@ namespace {
 constexpr int userCancelled = -128; // the number that scripts give for it
 
 } // namespace
+
+std::optional<ScriptError> ScriptError::parse(std::string_view output) {
+    constexpr std::string_view executionMark = ": execution error: ";
+    constexpr std::string_view syntaxMark = ": syntax error: ";
+    const auto execution = output.find(executionMark);
+    if (output.find(syntaxMark) < execution) { // behind the other mark it is the command's own words
+        return std::nullopt;
+    }
+    if (execution == std::string_view::npos) {
+        return ScriptError{};
+    }
+    std::string_view message = output.substr(execution + executionMark.size());
+    message = message.substr(0, message.find_last_not_of('\n') + 1); // npos + 1 is 0
+    ScriptError error;
+    const auto opening = message.rfind(" (");
+    if (opening != std::string_view::npos && message.ends_with(')')) {
+        error.number = parseDecimal<int>(message.substr(opening + 2, message.size() - opening - 3));
+    }
+    error.message = error.number ? message.substr(0, opening) : message;
+    return error;
+}
 
 HostSetupError::HostSetupError(std::string message, bool cancellation)
     : Error(std::move(message)), isCancellation(cancellation) {}

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <variant>
 
 namespace DHCPCore {
@@ -18,6 +19,8 @@ constexpr std::uint32_t mediaTypeEthernet = 0x20;
 constexpr std::uint32_t mediaSubtypeMask = 0xF001F;
 constexpr std::uint32_t mediaFullDuplex = 1U << 20U;
 constexpr std::uint32_t mediaHalfDuplex = 1U << 21U;
+constexpr std::uint32_t mediaStatusValid = 1;  // IFM_AVALID
+constexpr std::uint32_t mediaStatusActive = 2; // IFM_ACTIVE
 
 std::string mediaSubtypeText(std::uint32_t subtype) {
     switch (subtype) {
@@ -100,6 +103,22 @@ std::optional<std::string> describeMedia(std::int32_t mediaWord) {
         text += " half-duplex";
     }
     return text;
+}
+
+MediaStatus mediaStatusOf(std::int32_t statusWord, std::int32_t mediaWord) {
+    constexpr std::uint32_t wanted = mediaStatusValid | mediaStatusActive;
+    if ((static_cast<std::uint32_t>(statusWord) & wanted) != wanted) {
+        return {};
+    }
+    return {.linkUp = true, .description = describeMedia(mediaWord)};
+}
+
+IPv4Address maskOfSocketAddress(std::span<const std::uint8_t> socketAddress) {
+    constexpr std::size_t addressOffset = 4;
+    const auto written = socketAddress.subspan(std::min(addressOffset, socketAddress.size()));
+    std::array<std::uint8_t, 4> bytes{};
+    std::ranges::copy(written.first(std::min(bytes.size(), written.size())), bytes.begin());
+    return IPv4Address{bytes[0], bytes[1], bytes[2], bytes[3]};
 }
 
 } // namespace Interfaces

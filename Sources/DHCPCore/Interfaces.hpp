@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -112,6 +113,13 @@ struct MediaStatus {
 
 /// The media word in words, as "1000baseT full-duplex"; nothing when it is not Ethernet. Pure.
 [[nodiscard]] std::optional<std::string> describeMedia(std::int32_t mediaWord);
+
+/// The state of a cable from the two words in which BSD systems tell it: the card's status, and its media. Pure.
+[[nodiscard]] MediaStatus mediaStatusOf(std::int32_t statusWord, std::int32_t mediaWord);
+
+/// A netmask from its socket address on BSD systems, which cut it short where only zeros would follow; all bytes may be
+/// missing. Pure.
+[[nodiscard]] IPv4Address maskOfSocketAddress(std::span<const std::uint8_t> socketAddress);
 
 } // namespace Interfaces
 } // namespace DHCPCore

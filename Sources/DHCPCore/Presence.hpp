@@ -47,6 +47,10 @@ using Map = std::unordered_map<IPv4Address, MACAddress>;
 /// The table now; empty on any failure. (Linux/, Darwin/)
 [[nodiscard]] Map read();
 
+/// The table from a dump of BSD's routing table; of two entries for one address the later one counts. Any bytes are
+/// welcome. Pure.
+[[nodiscard]] Map parse(std::span<const std::uint8_t> dump);
+
 } // namespace ARPTable
 
 namespace PresenceClassifier {

@@ -34,7 +34,8 @@ class ChildSetup {
             sigaddset(&signals, signal);
         }
         addFailure(::posix_spawnattr_setsigdefault(&attributes_, &signals));
-        addFailure(::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF));
+        const int flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | systemLaunchFlags();
+        addFailure(::posix_spawnattr_setflags(&attributes_, static_cast<short>(flags)));
     }
     ChildSetup(const ChildSetup&) = delete;
     ChildSetup& operator=(const ChildSetup&) = delete;
@@ -56,7 +57,7 @@ class ChildSetup {
             words.push_back(const_cast<char*>(argument.c_str()));
         }
         words.push_back(nullptr);
-        return ::posix_spawn(&child, path.c_str(), &actions_, &attributes_, words.data(), environ);
+        return ::posix_spawn(&child, path.c_str(), &actions_, &attributes_, words.data(), environment());
     }
 
   private:

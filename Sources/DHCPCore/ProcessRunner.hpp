@@ -28,4 +28,10 @@ struct Pipe {
 /// Opens a pipe that is close-on-exec; its ends are not open on failure, with `errno` saying why. (Linux/, Darwin/)
 [[nodiscard]] Pipe openPipe();
 
+/// What `posix_spawn` is told on this system beyond what it is told on all. (Linux/, Darwin/)
+[[nodiscard]] short systemLaunchFlags();
+
+/// The variables that a child inherits. (Linux/, Darwin/)
+[[nodiscard]] char** environment();
+
 } // namespace DHCPCore::ProcessRunner

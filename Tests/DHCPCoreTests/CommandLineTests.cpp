@@ -174,7 +174,7 @@ TEST(CommandLineTest, ReadsAListOfDNSServers) {
          }) {
         SCOPED_TRACE(text);
         EXPECT_EQ(parseLoopback({"--dns", "4.4.4.4", "--dns", text}),
-                  loopbackOptions([&dns = dns](auto& options) { options.config.dns = dns; }));
+                  loopbackOptions([&servers = dns](auto& options) { options.config.dns = servers; }));
     }
 }
 
@@ -188,9 +188,9 @@ TEST(CommandLineTest, ReadsPortNumbers) {
     for (const auto& [text, port] : std::vector<std::pair<std::string, std::uint16_t>>{
              {"0", 0}, {"-0", 0}, {"+68", 68}, {"0068", 68}, {"65535", 65535}}) {
         SCOPED_TRACE(text);
-        EXPECT_EQ(parseLoopback({"--port", text}), loopbackOptions([&port = port](auto& o) { o.port = port; }));
+        EXPECT_EQ(parseLoopback({"--port", text}), loopbackOptions([&number = port](auto& o) { o.port = number; }));
         EXPECT_EQ(parseLoopback({"--client-port", text}),
-                  loopbackOptions([&port = port](auto& o) { o.clientPort = port; }));
+                  loopbackOptions([&number = port](auto& o) { o.clientPort = number; }));
     }
 }
 

@@ -94,6 +94,35 @@ TEST(HostSetupErrorTest, SaysThatTheCommandFailedWhereTheScriptDoesNotSay) {
               HostSetupError("The command failed.", true));
 }
 
+TEST(ScriptErrorTest, ReadsMessageAndNumberFromWhatOsascriptPrints) {
+    const ScriptError dismissed{.message = "User canceled.", .number = -128};
+    EXPECT_EQ(ScriptError::parse("0:52: execution error: User canceled. (-128)\n"), dismissed);
+    EXPECT_EQ(ScriptError::parse("0:52: execution error: User canceled. (-128)"), dismissed);
+    EXPECT_EQ(ScriptError::parse("a warning\n0:52: execution error: User canceled. (-128)\n"), dismissed);
+    EXPECT_EQ(ScriptError::parse("0:91: execution error: ** Error: (2) lines\nof words. (4)\n"),
+              (ScriptError{.message = "** Error: (2) lines\nof words.", .number = 4}));
+    EXPECT_EQ(ScriptError::parse("0:9: execution error: a: syntax error: b (1)"),
+              (ScriptError{.message = "a: syntax error: b", .number = 1}));
+}
+
+TEST(ScriptErrorTest, HasNoNumberWhereNoneStandsAtTheEnd) {
+    for (const std::string message : {"No number.", "In the (1) middle.", "No digits (x)", "Open (1", "Empty ()", "()",
+                                      "Too large (99999999999)", "(7)", ""}) {
+        EXPECT_EQ(ScriptError::parse("0:9: execution error: " + message),
+                  (ScriptError{.message = message, .number = std::nullopt}));
+    }
+}
+
+TEST(ScriptErrorTest, IsEmptyForAnyOtherText) {
+    for (const std::string text : {"", "\n", "osascript: can't do that", "execution error: a (1)"}) {
+        EXPECT_EQ(ScriptError::parse(text), ScriptError{}) << text;
+    }
+}
+
+TEST(ScriptErrorTest, IsAbsentWhereTheScriptCouldNotBeCompiled) {
+    EXPECT_EQ(ScriptError::parse("0:5: syntax error: Expected end of line but found number. (-2741)\n"), std::nullopt);
+}
+
 TEST(HostSetupTest, SaysThatThereIsNoDialog) {
     EXPECT_EQ(HostSetup::noAdministratorDialog(), HostSetupError("Could not prepare the administrator dialog.", false));
 }

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_set>
 #include <utility>
@@ -252,6 +253,34 @@ TEST(MediaDescriptionTest, IsAbsentForWhatIsNotEthernet) {
 
 TEST(MediaDescriptionTest, ReadsAWordWithItsTopBitSet) {
     EXPECT_EQ(Interfaces::describeMedia(static_cast<std::int32_t>(0x80000030U)), "1000baseT");
+}
+
+TEST(MediaStatusTest, IsUpWhenTheStatusIsBothValidAndActive) {
+    const Interfaces::MediaStatus up{.linkUp = true, .description = "1000baseT full-duplex"};
+    const std::int32_t gigabit = ethernet | 16 | fullDuplex;
+    EXPECT_EQ(Interfaces::mediaStatusOf(3, gigabit), up);
+    EXPECT_EQ(Interfaces::mediaStatusOf(-1, gigabit), up);
+    for (const std::int32_t status : {0, 1, 2, 4, 5, 6}) {
+        EXPECT_EQ(Interfaces::mediaStatusOf(status, gigabit), Interfaces::MediaStatus{}) << status;
+    }
+}
+
+TEST(MediaStatusTest, HasNoDescriptionWhereTheMediaIsNotEthernet) {
+    EXPECT_EQ(Interfaces::mediaStatusOf(3, 0x80), (Interfaces::MediaStatus{.linkUp = true, .description = {}}));
+}
+
+TEST(MaskOfSocketAddressTest, TakesMissingBytesForZeros) {
+    const Bytes whole{16, 2, 0, 0, 255, 254, 253, 252, 9, 9, 9, 9, 9, 9, 9, 9};
+    const std::vector<IPv4Address> masks{IPv4Address{0, 0, 0, 0},         IPv4Address{0, 0, 0, 0},
+                                         IPv4Address{0, 0, 0, 0},         IPv4Address{0, 0, 0, 0},
+                                         IPv4Address{0, 0, 0, 0},         IPv4Address{255, 0, 0, 0},
+                                         IPv4Address{255, 254, 0, 0},     IPv4Address{255, 254, 253, 0},
+                                         IPv4Address{255, 254, 253, 252}, IPv4Address{255, 254, 253, 252}};
+    for (std::size_t length = 0; length < masks.size(); ++length) {
+        SCOPED_TRACE(length);
+        EXPECT_EQ(Interfaces::maskOfSocketAddress(std::span(whole).first(length)), masks[length]);
+    }
+    EXPECT_EQ(Interfaces::maskOfSocketAddress(whole), (IPv4Address{255, 254, 253, 252}));
 }
 
 } // namespace

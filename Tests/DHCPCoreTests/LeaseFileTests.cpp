@@ -1,4 +1,6 @@
 #include "DHCPCore/LeaseFile.hpp"
+#include "DHCPCore/UserDirectories.hpp"
+#include "Support/EnvironmentVariable.hpp"
 #include "Support/LeaseBuilders.hpp"
 #include "Support/TemporaryDirectory.hpp"
 
@@ -22,6 +24,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using TestSupport::boundLease;
+using TestSupport::EnvironmentVariable;
 using TestSupport::ip;
 using TestSupport::leaseIn;
 using TestSupport::leaseSeen;
@@ -33,34 +36,6 @@ using TestSupport::writeText;
 using Names = std::vector<std::string>;
 
 constexpr const char* asideName = "leases.json.corrupt-20250314-093005"; // in UTC
-
-/// Sets an environment variable, or unsets it, until the end of the test.
-class Environment {
-  public:
-    Environment(std::string name, const char* value) : name_(std::move(name)) {
-        if (const char* const before = std::getenv(name_.c_str())) {
-            before_ = before;
-        }
-        set(value);
-    }
-    Environment(const Environment&) = delete;
-    Environment& operator=(const Environment&) = delete;
-    Environment(Environment&&) = delete;
-    Environment& operator=(Environment&&) = delete;
-    ~Environment() { set(before_ ? before_->c_str() : nullptr); }
-
-  private:
-    void set(const char* value) const {
-        if (value == nullptr) {
-            ::unsetenv(name_.c_str());
-        } else {
-            ::setenv(name_.c_str(), value, 1);
-        }
-    }
-
-    std::string name_;
-    std::optional<std::string> before_;
-};
 
 /// A lease file in a folder of its own, on a host that is set to UTC and masks the write bits of others.
 class LeaseFileTest : public ::testing::Test {
@@ -77,7 +52,7 @@ class LeaseFileTest : public ::testing::Test {
     LeaseFile file{.url = folder / "leases.json"};
 
   private:
-    Environment zone_{"TZ", "UTC0"};
+    EnvironmentVariable zone_{"TZ", "UTC0"};
     mode_t umaskBefore_;
 };
 
@@ -481,7 +456,7 @@ TEST_F(LeaseFileTest, GivesANewFileAModeThatObeysTheUmask) {
 }
 
 TEST_F(LeaseFileTest, KeepsTheModeOfAFileThatItReplaces) {
-    for (const mode_t mode : {0600U, 0640U, 0664U, 0666U, 0444U, 0200U}) {
+    for (const mode_t mode : std::vector<mode_t>{0600, 0640, 0664, 0666, 0444, 0200}) {
         SCOPED_TRACE(mode);
         writeText(file.url, "old");
         ASSERT_EQ(::chmod(file.url.c_str(), mode), 0);
@@ -552,15 +527,14 @@ TEST_F(LeaseFileTest, SaysThatTheTemporaryFileCouldNotBeMade) {
 }
 
 TEST_F(LeaseFileTest, LiesWhereTheUsersProgramsKeepData) {
-    const Environment data("XDG_DATA_HOME", "/somewhere/data");
-    EXPECT_EQ(LeaseFile::defaultURL(), "/somewhere/data/Tarnwick/leases.json");
+    EXPECT_EQ(LeaseFile::defaultURL(), UserDirectories::applicationSupport() / "Tarnwick" / "leases.json");
 }
 
 TEST_F(LeaseFileTest, StampsTheHostsWallClockTime) {
     EXPECT_EQ(LeaseFile::stamp(now), "20250314-093005");
     EXPECT_EQ(LeaseFile::stamp(now + 999999us), "20250314-093005");
     EXPECT_EQ(LeaseFile::stamp(now + 1s), "20250314-093006");
-    const Environment zone("TZ", "EAST-14:30");
+    const EnvironmentVariable zone("TZ", "EAST-14:30");
     EXPECT_EQ(LeaseFile::stamp(now), "20250315-000005");
 }
 

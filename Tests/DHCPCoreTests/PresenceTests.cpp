@@ -1,6 +1,7 @@
 #include "DHCPCore/FileDescriptor.hpp"
 #include "DHCPCore/Presence.hpp"
 #include "DHCPCore/SocketAddress.hpp"
+#include "DHCPCore/Sockets.hpp"
 #include "Support/DescriptorLimit.hpp"
 #include "Support/OpenDescriptors.hpp"
 
@@ -140,7 +141,7 @@ TEST(EchoReplyTest, IsTooShortToMatchWithoutItsNumbers) {
 /// A TCP port of 127.0.0.1 that somebody listens on as long as this lives.
 class Listener {
   public:
-    Listener() : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    Listener() : socket_(Sockets::open(AF_INET, SOCK_STREAM, 0)) {
         sockaddr_in address = socketAddress(IPv4Address::loopback, 0);
         socklen_t length = sizeof address;
         auto* const generic = reinterpret_cast<sockaddr*>(&address);

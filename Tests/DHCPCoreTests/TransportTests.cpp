@@ -1,3 +1,4 @@
+#include "DHCPCore/Error.hpp"
 #include "DHCPCore/Sockets.hpp"
 #include "DHCPCore/Transport.hpp"
 #include "Support/LoopbackSocket.hpp"
@@ -112,7 +113,7 @@ TEST(UDPTransportTest, NamesACardThatDoesNotExistAndLeavesNothingOpen) {
         UDPTransport transport(card(name));
         const auto failure = failureOf([&] { transport.open(); });
         EXPECT_EQ(failure, TransportError("find interface " + name, 6));
-        EXPECT_EQ(failure->description(), "find interface " + name + " failed: No such device or address (errno 6)");
+        EXPECT_EQ(failure->description(), "find interface " + name + " failed: " + systemText(ENXIO) + " (errno 6)");
         EXPECT_EQ(transport.fd(), -1);
         EXPECT_EQ(transport.interfaceIndex(), 0U);
         EXPECT_EQ(openDescriptors(), before);

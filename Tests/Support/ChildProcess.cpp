@@ -1,5 +1,8 @@
 #include "Support/ChildProcess.hpp"
 
+#include "DHCPCore/ProcessRunner.hpp"
+#include "Support/TestHost.hpp"
+
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -8,7 +11,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <stdexcept>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -23,7 +25,7 @@ using Clock = std::chrono::steady_clock;
 
 /// In the child: standard output and error in place, then the program.
 [[noreturn]] void become(const ChildProcess::Setting& setting, const std::filesystem::path& home, int output) {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    dieWithParent();
     const int errors = ::open((home / "stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     ::dup2(setting.errorsInOutput ? output : errors, STDERR_FILENO);
     ::dup2(output, STDOUT_FILENO);
@@ -50,12 +52,12 @@ ChildProcess::ChildProcess(const Setting& setting) {
     if (setting.homeOwner && ::chown(home_.path().c_str(), *setting.homeOwner, *setting.homeOwner) != 0) {
         throw std::runtime_error("could not give the home folder away");
     }
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    ProcessRunner::Pipe pipe = ProcessRunner::openPipe();
+    if (!pipe.reading.isOpen()) {
         throw std::runtime_error("no pipe");
     }
-    output_ = FileDescriptor{ends[0]};
-    FileDescriptor childEnd{ends[1]};
+    output_ = std::move(pipe.reading);
+    FileDescriptor childEnd = std::move(pipe.writing);
     if (setting.outputFile) {
         childEnd = FileDescriptor{::open(setting.outputFile->c_str(), O_WRONLY | O_CLOEXEC)};
     }

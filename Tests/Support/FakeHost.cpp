@@ -1,5 +1,7 @@
 #include "Support/FakeHost.hpp"
 
+#include "Support/TestHost.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -239,7 +241,7 @@ std::pair<FileDescriptor, std::uint32_t> FakeHost::open(const TransportMode& mod
     replySource_ = serverIP;
     failAsTold(openingFailures_, "bind 0.0.0.0:67");
     int ends[2] = {-1, -1}; // NOLINT(*-avoid-c-arrays): as the system call takes it
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
         throw std::runtime_error("no socket pair");
     }
     FileDescriptor nearEnd(ends[0]);
@@ -247,7 +249,7 @@ std::pair<FileDescriptor, std::uint32_t> FakeHost::open(const TransportMode& mod
     arrivals_.clear();
     const std::uint32_t index = mode.isLoopback() ? 1 : indices_[mode.interfaceName()];
     if (std::exchange(unwatchable_, false)) {
-        nearEnd = FileDescriptor(::open("/", O_PATH | O_CLOEXEC));
+        nearEnd = unwatchableDescriptor();
     }
     lastDescriptor_ = nearEnd.number();
     return {std::move(nearEnd), index};

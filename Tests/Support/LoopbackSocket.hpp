@@ -3,6 +3,7 @@
 #include "DHCPCore/Addresses.hpp"
 #include "DHCPCore/FileDescriptor.hpp"
 #include "DHCPCore/SocketAddress.hpp"
+#include "DHCPCore/Sockets.hpp"
 
 #include <cerrno>
 #include <chrono>
@@ -32,7 +33,7 @@ class LoopbackSocket {
         bool operator==(const Message&) const = default;
     };
 
-    LoopbackSocket() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    LoopbackSocket() : socket_(Sockets::open(AF_INET, SOCK_DGRAM, 0)) {
         const sockaddr_in any = socketAddress(IPv4Address::loopback, 0);
         if (::bind(socket_.number(), reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0) {
             throw std::runtime_error("no port on 127.0.0.1");

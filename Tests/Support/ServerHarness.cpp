@@ -26,7 +26,7 @@ ServerHarness::ServerHarness()
 
 void ServerHarness::make() {
     server = std::make_shared<DHCPServer>(
-        options, [host = host] { return host->now(); }, host->host());
+        options, [source = host] { return source->now(); }, host->host());
     events = server->events();
 }
 

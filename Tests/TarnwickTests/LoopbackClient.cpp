@@ -1,6 +1,7 @@
 #include "TarnwickTests/LoopbackClient.hpp"
 
 #include "DHCPCore/SocketAddress.hpp"
+#include "DHCPCore/Sockets.hpp"
 #include "TarnwickTests/ToolProcess.hpp"
 
 #include <algorithm>
@@ -23,7 +24,7 @@ bool bindLoopback(const FileDescriptor& socket, std::uint16_t port) {
     return ::bind(socket.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-FileDescriptor openSocket() { return FileDescriptor{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)}; }
+FileDescriptor openSocket() { return DHCPCore::Sockets::open(AF_INET, SOCK_DGRAM, 0); }
 
 /// A free port below those that the system hands out by itself, so that nobody takes it in between. Tests that run side
 /// by side begin at different places.

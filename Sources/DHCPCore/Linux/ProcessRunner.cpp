@@ -14,4 +14,8 @@ Pipe openPipe() {
     return {.reading = FileDescriptor{ends[0]}, .writing = FileDescriptor{ends[1]}};
 }
 
+short systemLaunchFlags() { return 0; }
+
+char** environment() { return environ; }
+
 } // namespace DHCPCore::ProcessRunner

@@ -1,0 +1,12 @@
+#include "DHCPCore/Threads.hpp"
+
+#include <pthread.h>
+
+namespace DHCPCore::Threads {
+
+void nameCurrent(const std::string& name) {
+    constexpr std::size_t longestName = 63; // the kernel keeps 64 bytes with the closing zero
+    ::pthread_setname_np(name.substr(0, longestName).c_str());
+}
+
+} // namespace DHCPCore::Threads

@@ -1,0 +1,13 @@
+# GoogleTest from its sources, as Debian's package googletest has them.
+if(NOT TARGET GTest::gtest_main)
+    set(sources /usr/src/googletest)
+    add_library(cross_gtest STATIC EXCLUDE_FROM_ALL ${sources}/googletest/src/gtest-all.cc ${sources}/googlemock/src/gmock-all.cc)
+    target_include_directories(cross_gtest SYSTEM PUBLIC ${TARNWICK_CROSS_HEADERS}/include)
+    target_include_directories(cross_gtest PRIVATE ${sources}/googletest ${sources}/googlemock)
+    target_compile_features(cross_gtest PUBLIC cxx_std_20)
+    add_library(cross_gmock_main STATIC EXCLUDE_FROM_ALL ${sources}/googlemock/src/gmock_main.cc)
+    target_link_libraries(cross_gmock_main PUBLIC cross_gtest)
+    add_library(GTest::gtest_main ALIAS cross_gmock_main)
+    add_library(GTest::gmock_main ALIAS cross_gmock_main)
+endif()
+set(GTest_FOUND TRUE)

@@ -1,0 +1,5 @@
+if(NOT TARGET nlohmann_json::nlohmann_json)
+    add_library(nlohmann_json::nlohmann_json INTERFACE IMPORTED)
+    target_include_directories(nlohmann_json::nlohmann_json INTERFACE ${TARNWICK_CROSS_HEADERS}/include)
+endif()
+set(nlohmann_json_FOUND TRUE)
