@@ -113,6 +113,7 @@ json floodServer(const Arguments& arguments) {
             {"asked", result.asked},
             {"answered", result.answered},
             {"answeredWithin100ms", result.promptly},
+            {"promptShare", static_cast<double>(result.promptly) / static_cast<double>(result.asked)},
             {"offerMicroseconds", percentiles(std::move(result.offerTimes))}};
 }
 
