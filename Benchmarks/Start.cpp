@@ -26,6 +26,7 @@ class Server {
   public:
     Server(const std::vector<std::string>& words, const std::string& network) {
         std::vector<char*> arguments;
+        arguments.reserve(words.size() + 1);
         for (const std::string& word : words) {
             arguments.push_back(const_cast<char*>(word.c_str())); // execvp takes them so, and leaves them as they are
         }

@@ -155,10 +155,10 @@ Wire Wire::onCard(const std::string& card) {
     return {std::move(socket), true};
 }
 
-Wire Wire::onLoopback(std::uint16_t serverPort, std::uint16_t clientPort) {
+Wire Wire::onLoopback(std::uint16_t portOfServer, std::uint16_t portOfClient) {
     FileDescriptor socket{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-    const sockaddr_in own = socketAddress(IPv4Address::loopback, clientPort);
-    const sockaddr_in server = socketAddress(IPv4Address::loopback, serverPort);
+    const sockaddr_in own = socketAddress(IPv4Address::loopback, portOfClient);
+    const sockaddr_in server = socketAddress(IPv4Address::loopback, portOfServer);
     widen(socket.number());
     if (::bind(socket.number(), reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0 ||
         ::connect(socket.number(), reinterpret_cast<const sockaddr*>(&server), sizeof server) != 0) {

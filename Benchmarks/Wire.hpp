@@ -42,7 +42,7 @@ class Wire {
     /// @throws std::system_error
     [[nodiscard]] static Wire onCard(const std::string& card);
     /// @throws std::system_error
-    [[nodiscard]] static Wire onLoopback(std::uint16_t serverPort, std::uint16_t clientPort);
+    [[nodiscard]] static Wire onLoopback(std::uint16_t portOfServer, std::uint16_t portOfClient);
 
     /// Takes a message into the next `flush`.
     void add(const Route& route, std::span<const std::uint8_t> payload);

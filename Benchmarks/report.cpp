@@ -73,7 +73,7 @@ struct Target {
     std::array<double, 4> bounds; ///< By pool; 0 where there is none.
 };
 
-constexpr std::array<std::size_t, 4> pools{100, 1'000, 10'000, 60'000};
+constexpr std::array<std::size_t, 4> boundedPools{100, 1'000, 10'000, 60'000};
 constexpr std::array targets{
     Target{one, "replace", true, {0.9, 0.9, 0.8, 0.8}},
     Target{sixteen, "kea", true, {2, 1.5, 0.4, 0.1}},
@@ -155,8 +155,9 @@ std::string targetText(const Records& records, const Target& target, std::size_t
     }
     const double ratio = *own / *peer;
     std::string text = fmt::format("{:.2f}", ratio);
-    const auto* const place = std::ranges::find(pools, pool);
-    const double bound = place == pools.end() ? 0 : target.bounds.at(static_cast<std::size_t>(place - pools.begin()));
+    const auto* const place = std::ranges::find(boundedPools, pool);
+    const double bound =
+        place == boundedPools.end() ? 0 : target.bounds.at(static_cast<std::size_t>(place - boundedPools.begin()));
     if (bound > 0) {
         const bool isMet = target.isLeast ? ratio >= bound : ratio <= bound;
         text += fmt::format(" {} {} {}", target.isLeast ? "≥" : "≤", bound, isMet ? "ok" : "MISSED");
