@@ -16,7 +16,7 @@ struct StartResult {
 };
 
 /// Starts a server, asks every half millisecond until it offers an address, and ends it again. Without words, only
-/// waits for the server that runs already.
+/// waits for the server that runs already, until it has answered all that it was asked.
 /// @param network the network namespace to run it in; this process's own where it is empty.
 /// @throws std::runtime_error when no OFFER came in time or the server could not be started.
 [[nodiscard]] StartResult measureStart(Wire& wire, const std::vector<std::string>& words, const std::string& network,
