@@ -21,10 +21,10 @@ namespace DHCPCore {
 
 namespace {
 
-/// Whether brackets stand in brackets more deeply than in any document of ours, where a lease lies on level 3. To be
+/// Whether brackets stand in brackets more deeply than in any document of ours, where a lease lies in two others. To be
 /// asked before the parser is, which takes memory for each level.
 bool nestsTooDeeply(std::string_view text) {
-    constexpr int deepest = 100;
+    constexpr int deepest = 101; // the document itself, and a hundred in it
     int depth = 0;
     bool isInString = false;
     for (std::size_t place = 0; place < text.size(); ++place) {

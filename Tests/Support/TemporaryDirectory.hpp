@@ -17,8 +17,9 @@ namespace DHCPCore::TestSupport {
 /// A folder of its own for one test, removed with all that is in it at the end.
 class TemporaryDirectory {
   public:
-    TemporaryDirectory() {
-        std::string name = (std::filesystem::temp_directory_path() / "tarnwick-test-XXXXXX").string();
+    TemporaryDirectory() : TemporaryDirectory(std::filesystem::temp_directory_path()) {}
+    explicit TemporaryDirectory(const std::filesystem::path& parent) {
+        std::string name = (parent / "tarnwick-test-XXXXXX").string();
         if (::mkdtemp(name.data()) == nullptr) {
             throw std::runtime_error("mkdtemp failed for " + name);
         }
