@@ -177,7 +177,9 @@ std::string stateText(const TarnwickState& state) {
         leases.push_back(lease);
     }
     for (const Lease& lease : LeaseTable(std::move(leases), {}).sortedByIP()) {
-        text += fmt::format("  lease {}\n", leaseText(lease));
+        const auto presence = state.presence.find(lease.ip);
+        text += fmt::format("  lease {}{}\n", leaseText(lease),
+                            presence == state.presence.end() ? "" : fmt::format(" {}", rawValue(presence->second)));
     }
     return text;
 }
@@ -267,7 +269,9 @@ class FrontEnd {
     }
 
     [[nodiscard]] LeaseFile leaseFile() const {
-        return {.url = options_.leasePath ? std::filesystem::path(*options_.leasePath) : LeaseFile::defaultURL()};
+        // Beside the tool's own, whose leases an example should not touch.
+        return {.url = options_.leasePath ? std::filesystem::path(*options_.leasePath)
+                                          : LeaseFile::defaultURL().parent_path() / "monitor" / "leases.json"};
     }
 
     void serverHasEnded() {

@@ -6,6 +6,7 @@
 #include "Fuzzing/Script.hpp"
 #include "Model/Session.hpp"
 #include "Support/Builders.hpp"
+#include "Support/LittleEndianBytes.hpp"
 #include "Support/TemporaryDirectory.hpp"
 
 #include <cstdint>
@@ -30,7 +31,10 @@ using Model::Step;
 using TestSupport::decline;
 using TestSupport::discover;
 using TestSupport::inform;
+using TestSupport::joined;
+using TestSupport::littleEndian;
 using TestSupport::mac;
+using TestSupport::padded;
 using TestSupport::release;
 using TestSupport::request;
 
@@ -247,6 +251,36 @@ void writeDumps(const fs::path& folder) {
     }
 }
 
+// What a BSD kernel says; laid out as docs/macos.md tells.
+
+Bytes forReader(char letter, const Bytes& bytes) { return joined({static_cast<std::uint8_t>(letter)}, bytes); }
+
+Bytes linkLayerAddress(std::uint8_t index) {
+    return {20, 18, index, 0, 6, 3, 6, 0, 'e', 'n', '7', 2, 0, 0, 0, 0, 7, 0, 0, 0};
+}
+
+Bytes controlMessage(std::size_t length, std::uint8_t type, const Bytes& data) {
+    return padded(joined(joined(littleEndian(length, 4), littleEndian(0, 4)), joined(littleEndian(type, 4), data)));
+}
+
+Bytes routingEntry(std::uint8_t lastByte) {
+    const Bytes address{16, 2, 0, 0, 192, 168, 0, lastByte, 0, 0, 0, 0, 0, 0, 0, 0};
+    const Bytes addresses = joined(address, linkLayerAddress(7));
+    Bytes header = littleEndian(92 + addresses.size(), 2);
+    header.resize(92);
+    return joined(header, addresses);
+}
+
+void writeKernelBytes(const fs::path& folder) {
+    const Bytes timeToLive = controlMessage(13, 24, {64});
+    const Bytes arrival = controlMessage(32, 20, linkLayerAddress(7));
+    write(folder / "control", forReader('a', joined(timeToLive, arrival)));
+    write(folder / "neighbours", forReader('b', joined(routingEntry(100), routingEntry(101))));
+    write(folder / "gigabit", forReader('c', {0, 0, 0, 3, 0, 0x10, 0, 0x30}));
+    write(folder / "no-cable", forReader('c', {0, 0, 0, 1, 0, 0, 0, 0x22}));
+    write(folder / "mask", forReader('d', {7, 0, 0, 0, 255, 255, 255}));
+}
+
 } // namespace
 
 void makeSeeds(const fs::path& folder) {
@@ -256,6 +290,7 @@ void makeSeeds(const fs::path& folder) {
     writeTexts(folder / "Host", hostTexts());
     writeTexts(folder / "NetworkSetup", networkSetupTexts());
     writeDumps(folder);
+    writeKernelBytes(folder / "BSD");
 }
 
 } // namespace DHCPCore::Fuzzing

@@ -86,7 +86,7 @@ int waitForEnd(pid_t child) {
     int status = 0;
     while (::waitpid(child, &status, 0) == -1) {
         if (errno != EINTR) {
-            return -1; // somebody else took the child's status
+            return unknownEnd;
         }
     }
     return WIFSIGNALED(status) ? endedBySignal + WTERMSIG(status) : WEXITSTATUS(status);
@@ -97,11 +97,11 @@ int waitForEnd(pid_t child) {
 Output run(const std::string& path, const std::vector<std::string>& arguments) {
     Pipe pipe = openPipe();
     if (!pipe.reading.isOpen()) {
-        return {.status = -1, .text = systemText(errno)};
+        return {.status = notLaunched, .text = systemText(errno)};
     }
     pid_t child = -1;
     if (const int failure = ChildSetup(pipe.writing.number()).launch(path, arguments, child); failure != 0) {
-        return {.status = -1, .text = systemText(failure)};
+        return {.status = notLaunched, .text = systemText(failure)};
     }
     pipe.writing.close();
     // Read first: a child that waits for room in a full pipe never ends.

@@ -8,9 +8,14 @@
 /// Runs other programs. Blocks.
 namespace DHCPCore::ProcessRunner {
 
+/// The status of a program that could not be launched.
+constexpr int notLaunched = -1;
+/// The status of a program that ran, and whose end is not known: somebody else in this process took it.
+constexpr int unknownEnd = -2;
+
 struct Output {
-    int status = -1;  ///< The exit status, 128 and its number after a signal; -1 when it could not be launched.
-    std::string text; ///< Standard output and standard error together; why it could not be launched.
+    int status = notLaunched; ///< The exit status, 128 and its number after a signal, or one of the two above.
+    std::string text;         ///< Standard output and standard error together; why it could not be launched.
 
     bool operator==(const Output&) const = default;
 };

@@ -99,7 +99,7 @@ TEST_F(MonitorExampleTest, FollowsALiveServer) {
     EXPECT_EQ(example.errors(), "");
 }
 
-TEST_F(MonitorExampleTest, ShowsTheLeasesOfAnEarlierRunAndANoticeUntilItIsCleared) {
+TEST_F(MonitorExampleTest, ShowsThatTheLeaseFileWasSetAside) {
     const TestSupport::TemporaryDirectory directory;
     TestSupport::writeText(directory / "leases.json", "not JSON");
     ChildProcess example(setting({"--leases", (directory / "leases.json").string()}));

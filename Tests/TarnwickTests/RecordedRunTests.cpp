@@ -211,7 +211,9 @@ TEST_F(RecordedRunTest, KeepsANoticeUntilItIsCleared) {
     const TarnwickState state = folded(recording);
 
     ASSERT_EQ(failing.notices.size(), 1U);
-    EXPECT_TRUE(failing.notices.contains(NoticeKind::leaseSaveFailed));
+    ASSERT_TRUE(failing.notices.contains(NoticeKind::leaseSaveFailed));
+    EXPECT_EQ(failing.notices.at(NoticeKind::leaseSaveFailed).message,
+              "Leases could not be saved: Could not create " + (directory / "folder").string() + ": File exists");
     EXPECT_TRUE(state.notices.empty());
     EXPECT_EQ(state.leases, savedLeases());
 }

@@ -15,8 +15,11 @@ void runAsAdministrator(const std::string& command) {
     if (output.status == 0) {
         return;
     }
+    if (output.status == ProcessRunner::unknownEnd) {
+        throw HostSetupError("The command ended, but how is not known.", false);
+    }
     const auto error = ScriptError::parse(output.text);
-    throw output.status != -1 && error ? HostSetupError(*error) : noAdministratorDialog();
+    throw output.status != ProcessRunner::notLaunched && error ? HostSetupError(*error) : noAdministratorDialog();
 }
 
 } // namespace DHCPCore::HostSetup

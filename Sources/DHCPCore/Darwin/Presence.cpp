@@ -1,6 +1,8 @@
 #include "DHCPCore/Presence.hpp"
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <net/if_dl.h>
 #include <net/route.h>
@@ -24,15 +26,22 @@ static_assert(offsetof(sockaddr_dl, sdl_data) == 8);
 ARPTable::Map ARPTable::read() {
     std::array<int, 6> name{CTL_NET, PF_ROUTE, 0, AF_INET, NET_RT_FLAGS, RTF_LLINFO};
     const auto nameLength = static_cast<unsigned>(name.size());
-    std::size_t size = 0;
-    if (::sysctl(name.data(), nameLength, nullptr, &size, nullptr, 0) != 0 || size == 0) {
-        return {};
+    constexpr int mostTries = 4; // the table may grow between the two questions
+    for (int attempt = 0; attempt < mostTries; ++attempt) {
+        std::size_t size = 0;
+        if (::sysctl(name.data(), nameLength, nullptr, &size, nullptr, 0) != 0 || size == 0) {
+            return {};
+        }
+        Bytes dump(size);
+        if (::sysctl(name.data(), nameLength, dump.data(), &size, nullptr, 0) == 0) {
+            dump.resize(std::min(size, dump.size()));
+            return parse(dump);
+        }
+        if (errno != ENOMEM) {
+            return {};
+        }
     }
-    Bytes dump(size);
-    if (::sysctl(name.data(), nameLength, dump.data(), &size, nullptr, 0) != 0) {
-        return {};
-    }
-    return parse(dump);
+    return {};
 }
 
 } // namespace DHCPCore

@@ -47,6 +47,9 @@ HostSetupError errorOf(const ProcessRunner::Output& output) {
     if (output.status == refused) {
         return {orIfSilent("Administrator rights were refused."), false};
     }
+    if (output.status == ProcessRunner::unknownEnd) {
+        return {orIfSilent("The command ended, but how is not known."), false};
+    }
     return {orIfSilent("The command failed."), false};
 }
 
@@ -70,7 +73,7 @@ void runAsAdministrator(const std::string& command) {
         throw noAdministratorDialog();
     }
     const auto output = ProcessRunner::run(*pkexec, {"/bin/sh", "-c", runner, "sh", command});
-    if (output.status == -1) {
+    if (output.status == ProcessRunner::notLaunched) {
         throw noAdministratorDialog();
     }
     if (output.status != 0) {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -112,6 +113,15 @@ TEST_F(AdministratorTest, GivesTheFailingCommandsOwnWords) {
     EXPECT_EQ(errorOf("echo 'en5 is not a recognized network service.' >&2; exit 4"),
               HostSetupError("en5 is not a recognized network service.", false));
     EXPECT_EQ(errorOf("echo '\tfirst'; echo 'second ' >&2; exit 1"), HostSetupError("first\nsecond", false));
+}
+
+TEST_F(AdministratorTest, DoesNotTakeACommandThatRanForOneThatDidNot) {
+    writePkexec(allowing);
+    const auto before = std::signal(SIGCHLD, SIG_IGN); // the kernel drops what children end with
+    const auto error = errorOf("echo x" + intoResult());
+    std::signal(SIGCHLD, before);
+    EXPECT_EQ(TestSupport::readText(result()), "x\n");
+    EXPECT_EQ(error, HostSetupError("The command ended, but how is not known.", false));
 }
 
 TEST_F(AdministratorTest, SaysThatASilentCommandFailed) {

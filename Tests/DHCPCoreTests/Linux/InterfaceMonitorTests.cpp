@@ -1,5 +1,6 @@
 #include "DHCPCore/InterfaceMonitor.hpp"
 #include "DHCPCore/Interfaces.hpp"
+#include "DHCPCore/Linux/Netlink.hpp"
 #include "Support/DescriptorLimit.hpp"
 #include "Support/FreshNetwork.hpp"
 #include "Support/OpenDescriptors.hpp"
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <condition_variable>
 #include <functional>
 #include <future>
@@ -18,6 +20,7 @@
 #include <optional>
 #include <pthread.h>
 #include <string>
+#include <sys/socket.h>
 #include <vector>
 
 namespace DHCPCore {
@@ -376,12 +379,22 @@ TEST_F(InterfaceMonitorTest, CallsAlsoForABurstThatTheKernelCannotKeep) {
                 cards.refresh();
             }
         });
+        const FileDescriptor twin = Netlink::openNotices();
         monitor.start();
         ASSERT_TRUE(addAddress(1));
         ASSERT_TRUE(calls.reaches(1));
+        ASSERT_TRUE(Netlink::takeNotice(twin));
         ASSERT_TRUE(ip("-batch " + (directory / "batch").string()));
-        ASSERT_TRUE(ip("link add en5 type veth peer name en6")); // what the kernel has no room for any more
+        std::uint8_t byte = 0;
+        ASSERT_EQ(::recv(twin.number(), &byte, 1, 0), -1);
+        ASSERT_EQ(errno, ENOBUFS);
+        int kept = 0;
+        while (Netlink::takeNotice(twin)) {
+            ++kept;
+        }
         gate.open();
+        EXPECT_TRUE(calls.reaches(1 + kept + 1)) << "one more, for what the kernel did not keep";
+        ASSERT_TRUE(ip("link add en5 type veth peer name en6"));
         EXPECT_TRUE(cards.becomes("en5", [](const auto& card) { return card.has_value(); }));
         ASSERT_TRUE(ip("link del en5"));
         EXPECT_TRUE(cards.becomes("en5", [](const auto& card) { return !card; })) << "it goes on";
