@@ -63,7 +63,7 @@ void checkPrintable(const std::string& text) {
 void checkConnections(const std::string& text) {
     const auto devices = NetworkManager::parseDevices(text);
     static_cast<void>(networkManagerFrom(text, devices, {}));
-    require(!connectionArguments(text).empty(), "there is something to ask");
+    require(!DHCPCore::NetworkManager::connectionArguments(text).empty(), "there is something to ask");
     static_cast<void>(upCardsIn(text));
 }
 
