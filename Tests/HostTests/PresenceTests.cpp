@@ -106,10 +106,12 @@ TEST_P(CrowdTest, IsAskedWithinOneCycleWithFewThreadsAndNothingLeftOpen) {
     EXPECT_LE(mostThreads, 64);
 
     const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (entries(tool, "fd") != open && std::chrono::steady_clock::now() < deadline) {
+    auto left = entries(tool, "fd");
+    while (left > open && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        left = entries(tool, "fd");
     }
-    EXPECT_EQ(entries(tool, "fd"), open);
+    EXPECT_LE(left, open); // fewer when a line of the log was just being written at the first count
     stop(tool);
 }
 
