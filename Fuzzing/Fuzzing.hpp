@@ -67,4 +67,4 @@ inline bool isOneCleanLine(std::string_view text) {
 
 /// What the fuzzer calls. @return 0.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
-                                      std::size_t size); // NOLINT(readability-identifier-naming)
+                                      std::size_t size); // NOLINT(readability-identifier-naming): libFuzzer
