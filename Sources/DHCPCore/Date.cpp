@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
 #include <mutex>
 
@@ -27,7 +28,7 @@ CalendarTime calendarTimeAtOffset(std::chrono::sys_seconds instant, seconds offs
             .second = static_cast<unsigned>(time.seconds().count())};
 }
 
-seconds hostOffset(std::chrono::sys_seconds instant) {
+seconds askHostOffset(std::chrono::sys_seconds instant) {
     const std::time_t time = instant.time_since_epoch().count();
     std::tm fields{};
     static std::mutex zone; // the host's zone is the process's own state; not every library guards it by itself
@@ -37,6 +38,30 @@ seconds hostOffset(std::chrono::sys_seconds instant) {
         return seconds{0};
     }
     return seconds{fields.tm_gmtoff};
+}
+
+/// As the host says, who is asked once a second: to notice a change of zone, the library looks for a file every time.
+seconds hostOffset(std::chrono::sys_seconds instant) {
+    using Clock = std::chrono::steady_clock;
+    struct Answer {
+        std::chrono::sys_seconds instant;
+        std::optional<std::string> zone; ///< What the environment said.
+        Clock::time_point givenAt;
+        seconds offset{0};
+    };
+    thread_local std::optional<Answer> last;
+    const char* const variable = std::getenv("TZ");
+    const auto isLastZone = [&] {
+        return variable == nullptr ? !last->zone : last->zone == std::string_view(variable);
+    };
+    const auto now = Clock::now();
+    if (!last || last->instant != instant || now - last->givenAt > seconds{1} || !isLastZone()) {
+        last = Answer{.instant = instant,
+                      .zone = variable == nullptr ? std::nullopt : std::optional<std::string>(variable),
+                      .givenAt = now,
+                      .offset = askHostOffset(instant)};
+    }
+    return last->offset;
 }
 
 /// A number of `count` digits at a fixed place, at most `limit`.

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <tuple>
@@ -28,13 +29,17 @@ void createDirectories(const std::filesystem::path& directory) {
 /// link is not followed, and a pipe without a reader does not keep us waiting.
 FileDescriptor openForAppending(const std::filesystem::path& path) {
     constexpr mode_t mode = 0644;
-    FileDescriptor file(
+    return FileDescriptor(
         ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, mode));
+}
+
+bool isRegular(const FileDescriptor& file) {
     struct stat status {};
-    if (!file.isOpen() || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return FileDescriptor{};
-    }
-    return file;
+    return ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::string fileNameOf(const CalendarTime& day) {
+    return fmt::format("{:04}-{:02}-{:02}.log", day.year, day.month, day.day);
 }
 
 } // namespace
@@ -43,20 +48,50 @@ LogFileWriter::LogFileWriter(std::filesystem::path folder) : directory_(std::mov
 
 std::filesystem::path LogFileWriter::defaultDirectory() { return UserDirectories::logs() / "Tarnwick"; }
 
-std::string LogFileWriter::fileName(Date date) {
-    const CalendarTime day = calendarTime(date, TimeZone::current());
-    return fmt::format("{:04}-{:02}-{:02}.log", day.year, day.month, day.day);
-}
+std::string LogFileWriter::fileName(Date date) { return fileNameOf(calendarTime(date, TimeZone::current())); }
 
 void LogFileWriter::append(std::string line, Date date) {
-    // The queue ends, its work done, before the directory does: see the order of the members.
-    queue_.async([this, text = std::move(line), date] {
+    line += '\n';
+    const std::lock_guard lock(mutex_);
+    waiting_.push_back({.text = std::move(line), .date = date});
+    if (waiting_.size() == 1) { // else a call of the queue is under way that takes this line too
+        // The queue ends, its work done, before the other members do: see their order.
+        queue_.async([this] { writeWaiting(); });
+    }
+}
+
+void LogFileWriter::writeWaiting() {
+    std::vector<Line> lines;
+    {
+        const std::lock_guard lock(mutex_);
+        lines.swap(waiting_);
+    }
+    for (const Line& line : lines) {
+        write(line);
+    }
+}
+
+void LogFileWriter::write(const Line& line) {
+    const std::filesystem::path& path = fileOf(line.date);
+    FileDescriptor file = openForAppending(path);
+    if (!file.isOpen() && errno == ENOENT) {
         createDirectories(directory_);
-        const FileDescriptor file = openForAppending(directory_ / fileName(date));
-        if (file.isOpen()) {
-            std::ignore = writeAll(file.number(), text + '\n'); // what the system refuses is dropped
-        }
-    });
+        file = openForAppending(path);
+    }
+    if (file.isOpen() && isRegular(file)) {
+        std::ignore = writeAll(file.number(), line.text); // what the system refuses is dropped
+    }
+}
+
+/// The file of that day.
+const std::filesystem::path& LogFileWriter::fileOf(Date date) {
+    const CalendarTime time = calendarTime(date, TimeZone::current());
+    const auto dayOf = [](const CalendarTime& when) { return std::tie(when.year, when.month, when.day); };
+    if (dayFile_.empty() || dayOf(time) != dayOf(day_)) {
+        day_ = time;
+        dayFile_ = directory_ / fileNameOf(time);
+    }
+    return dayFile_;
 }
 
 void LogFileWriter::flush() {

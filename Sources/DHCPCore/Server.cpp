@@ -189,6 +189,7 @@ void DHCPServer::handleWaiting() {
 
 void DHCPServer::carryOut(std::vector<Step> steps) {
     bool isSaved = false; // the first save has what the later ones would add
+    reports_.emplace();
     for (Step& step : steps) {
         std::visit(Overloaded{[this](ServerEvent& event) { emit(std::move(event)); },
                               [this](const Reply& reply) { sendNow(reply, true); },
@@ -199,6 +200,9 @@ void DHCPServer::carryOut(std::vector<Step> steps) {
                               }},
                    step);
     }
+    std::vector<ServerEvent> reports = std::move(*reports_);
+    reports_.reset();
+    events_->yieldAll(std::move(reports));
 }
 
 void DHCPServer::handle(const Datagram& datagram) {
@@ -359,6 +363,8 @@ void DHCPServer::persist() {
 void DHCPServer::emit(ServerEvent event) {
     if (putOff_) {
         putOff_->emplace_back(std::move(event));
+    } else if (reports_) {
+        reports_->push_back(std::move(event));
     } else {
         events_->yield(std::move(event));
     }

@@ -126,7 +126,8 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     LeaseTable table_;
     LeaseDocument document_; ///< As it was saved last.
     PresenceMap presence_;
-    std::optional<std::vector<Step>> putOff_; ///< Present while waiting datagrams are being handled.
+    std::optional<std::vector<Step>> putOff_;         ///< Present while waiting datagrams are being handled.
+    std::optional<std::vector<ServerEvent>> reports_; ///< Present while these steps are carried out.
     bool linkUp_ = true;
     bool running_ = false;
     std::set<NoticeKind> raised_;   ///< Raised and not yet cleared.
