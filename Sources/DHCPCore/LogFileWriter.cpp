@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <tuple>
+#include <unistd.h>
 #include <utility>
 
 namespace DHCPCore {
@@ -33,10 +34,9 @@ FileDescriptor openForAppending(const std::filesystem::path& path) {
         ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, mode));
 }
 
-bool isRegular(const FileDescriptor& file) {
-    struct stat status {};
-    return ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode);
-}
+/// Whether the file has an end to append to: a pipe, a socket and a terminal have none. (Not by `fstat`: once asked for
+/// its times, a file has them written anew with every line.)
+bool hasEnd(const FileDescriptor& file) { return ::lseek(file.number(), 0, SEEK_END) >= 0; }
 
 std::string fileNameOf(const CalendarTime& day) {
     return fmt::format("{:04}-{:02}-{:02}.log", day.year, day.month, day.day);
@@ -78,7 +78,7 @@ void LogFileWriter::write(const Line& line) {
         createDirectories(directory_);
         file = openForAppending(path);
     }
-    if (file.isOpen() && isRegular(file)) {
+    if (file.isOpen() && hasEnd(file)) {
         std::ignore = writeAll(file.number(), line.text); // what the system refuses is dropped
     }
 }

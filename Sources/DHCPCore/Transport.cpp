@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <utility>
@@ -141,14 +142,32 @@ void UDPTransport::send(std::span<const std::uint8_t> bytes, const ReplyDestinat
                                .port = endpoint.port,
                                .interfaceIndex = interfaceIndex_,
                                .source = mode_.isLoopback() ? std::nullopt : replySource_};
-    if (const int error = Sockets::send(socket_, bytes, route); error != 0) {
+    if (const int error = holdsSource(route) ? Sockets::send(socket_, bytes, route) : EADDRNOTAVAIL; error != 0) {
         throw TransportError("send to " + endpointText(endpoint), error);
     }
+}
+
+/// Whether the card holds the source asked for; asked once a millisecond, since in a burst the question would cost as
+/// much as a third of the answer.
+bool UDPTransport::holdsSource(const Sockets::Route& route) {
+    constexpr std::chrono::milliseconds patience{1};
+    if (!route.source) {
+        return true;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= askSourceAt_) {
+        if (!Sockets::holdsAddress(socket_, route.interfaceIndex, *route.source)) {
+            return false;
+        }
+        askSourceAt_ = now + patience;
+    }
+    return true;
 }
 
 void UDPTransport::adopt(FileDescriptor socket, std::uint32_t index) {
     socket_ = std::move(socket);
     interfaceIndex_ = index;
+    askSourceAt_ = {};
 }
 
 } // namespace DHCPCore
