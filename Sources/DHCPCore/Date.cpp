@@ -2,6 +2,7 @@
 
 #include "DHCPCore/TextPieces.hpp"
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -105,8 +106,8 @@ std::string iso8601(Date date) {
     constexpr Date first{std::chrono::sys_days{0000y / 1 / 1}};
     constexpr Date last = std::chrono::sys_days{9999y / 12 / 31} + 24h - 1s;
     const CalendarTime time = calendarTime(std::clamp(date, first, last), TimeZone::utc());
-    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", time.year, time.month, time.day, time.hour, time.minute,
-                       time.second);
+    return fmt::format(FMT_COMPILE("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z"), time.year, time.month, time.day, time.hour,
+                       time.minute, time.second);
 }
 
 std::optional<Date> parseISO8601(std::string_view text) {

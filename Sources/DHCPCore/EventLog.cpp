@@ -3,6 +3,7 @@
 #include "DHCPCore/Overloaded.hpp"
 #include "DHCPCore/UTF8.hpp"
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -10,7 +11,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -22,7 +22,7 @@ namespace {
 
 constexpr std::size_t typicalLength = 256; ///< Of a line.
 
-std::string transactionID(std::uint32_t xid) { return fmt::format("0x{:08x}", xid); }
+std::string transactionID(std::uint32_t xid) { return fmt::format(FMT_COMPILE("0x{:08x}"), xid); }
 
 /// "-" for a value that the message does not carry.
 std::string_view orDash(const std::optional<std::string>& value) {
@@ -42,9 +42,12 @@ std::string startText(const ServerEvent::Started& started) {
 }
 
 std::string sentText(const SentSummary& summary) {
-    const std::string text =
-        fmt::format("{} -> {} via {}", summary.ip.description(), summary.destination.description(), summary.interface);
-    return summary.note ? fmt::format("{} ({})", text, *summary.note) : text;
+    std::string text = fmt::format(FMT_COMPILE("{} -> {} via {}"), summary.ip.description(),
+                                   summary.destination.description(), summary.interface);
+    if (summary.note) {
+        text += " (" + *summary.note + ")";
+    }
+    return text;
 }
 
 std::string droppedText(const ServerEvent::Dropped& dropped) {
@@ -52,9 +55,12 @@ std::string droppedText(const ServerEvent::Dropped& dropped) {
 }
 
 std::string leaseText(const Lease& lease) {
-    const std::string text =
-        fmt::format("{} {} {}", rawValue(lease.state), lease.ip.description(), lease.mac.description());
-    return lease.hostname ? fmt::format("{} host={}", text, *lease.hostname) : text;
+    std::string text =
+        fmt::format(FMT_COMPILE("{} {} {}"), rawValue(lease.state), lease.ip.description(), lease.mac.description());
+    if (lease.hostname) {
+        text += " host=" + *lease.hostname;
+    }
+    return text;
 }
 
 std::string linkText(const ServerEvent::Link& link) {
@@ -85,6 +91,9 @@ bool isControl(std::string_view character) {
 bool isPrintableASCII(std::string_view text) {
     return std::ranges::all_of(text, [](char character) { return character >= ' ' && character <= '~'; });
 }
+
+/// Of a byte of UTF-8.
+bool startsCharacter(char byte) { return (static_cast<std::uint8_t>(byte) & 0xC0U) != 0x80; }
 
 /// Adds the text with whatever a terminal could act upon, or choke on, turned into visible escapes.
 void appendEscaped(std::string& line, std::string_view text) {
@@ -133,8 +142,7 @@ void appendJSON(std::string& json, std::string_view text) {
         json += text;
         json += '"';
     } else {
-        json += withFurtherEscapes(
-            nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+        json += withFurtherEscapes(nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
     }
 }
 
@@ -255,11 +263,11 @@ std::optional<Parts> parts(const ServerEvent& event) {
             },
             [](const ServerEvent::Received& received) -> Result {
                 const auto type = received.summary.type;
-                return Parts{.label = fmt::format("RX {}", type ? description(*type) : "?"),
+                return Parts{.label = fmt::format(FMT_COMPILE("RX {}"), type ? description(*type) : "?"),
                              .text = describe(received.summary)};
             },
             [](const ServerEvent::Sent& sent) -> Result {
-                return Parts{.label = fmt::format("TX {}", description(sent.summary.type)),
+                return Parts{.label = fmt::format(FMT_COMPILE("TX {}"), description(sent.summary.type)),
                              .text = sentText(sent.summary)};
             },
             [](const ServerEvent::Dropped& dropped) -> Result {
@@ -316,7 +324,8 @@ std::string timestamp(Date date, TimeZone timeZone) {
     const CalendarTime time = calendarTime(date, timeZone);
     const auto milliseconds =
         std::chrono::floor<std::chrono::milliseconds>(date) - std::chrono::floor<std::chrono::seconds>(date);
-    return fmt::format("{:02}:{:02}:{:02}.{:03}", time.hour, time.minute, time.second, milliseconds.count());
+    return fmt::format(FMT_COMPILE("{:02}:{:02}:{:02}.{:03}"), time.hour, time.minute, time.second,
+                       milliseconds.count());
 }
 
 std::optional<std::string> line(const ServerEvent& event, Date date, TimeZone timeZone) {
@@ -328,11 +337,14 @@ std::optional<std::string> line(const ServerEvent& event, Date date, TimeZone ti
 }
 
 std::string line(std::string_view label, std::string_view text, Date date, TimeZone timeZone) {
-    std::string shownLabel;
-    appendEscaped(shownLabel, label);
+    constexpr std::size_t labelWidth = 12;
     std::string line = timestamp(date, timeZone);
     line.reserve(typicalLength);
-    fmt::format_to(std::back_inserter(line), "  {:<12} ", shownLabel);
+    line += "  ";
+    const std::size_t start = line.size();
+    appendEscaped(line, label);
+    const auto width = static_cast<std::size_t>(std::ranges::count_if(line.substr(start), startsCharacter));
+    line.append(labelWidth - std::min(labelWidth, width) + 1, ' ');
     appendEscaped(line, text);
     return line;
 }

@@ -1,6 +1,7 @@
 #include "DHCPCore/LogFileWriter.hpp"
 
 #include "DHCPCore/FileDescriptor.hpp"
+#include "DHCPCore/Threads.hpp"
 #include "DHCPCore/UserDirectories.hpp"
 
 #include <fmt/format.h>
@@ -29,9 +30,14 @@ void createDirectories(const std::filesystem::path& directory) {
 /// Opens a regular file for appending, made when there is none. Somebody may have put something else in its place: a
 /// link is not followed, and a pipe without a reader does not keep us waiting.
 FileDescriptor openForAppending(const std::filesystem::path& path) {
+    constexpr int flags = O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
     constexpr mode_t mode = 0644;
-    return FileDescriptor(
-        ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, mode));
+    FileDescriptor file(::open(path.c_str(), flags));
+    if (!file.isOpen() && errno == ENOENT) { // asked for second: a file that may have to be made is opened more slowly
+        createDirectories(path.parent_path());
+        file = FileDescriptor(::open(path.c_str(), flags | O_CREAT, mode));
+    }
+    return file;
 }
 
 /// Whether the file has an end to append to: a pipe, a socket and a terminal have none. (Not by `fstat`: once asked for
@@ -44,7 +50,9 @@ std::string fileNameOf(const CalendarTime& day) {
 
 } // namespace
 
-LogFileWriter::LogFileWriter(std::filesystem::path folder) : directory_(std::move(folder)) {}
+LogFileWriter::LogFileWriter(std::filesystem::path folder) : directory_(std::move(folder)) {
+    queue_.async(Threads::makeWayForOthers);
+}
 
 std::filesystem::path LogFileWriter::defaultDirectory() { return UserDirectories::logs() / "Tarnwick"; }
 
@@ -72,12 +80,7 @@ void LogFileWriter::writeWaiting() {
 }
 
 void LogFileWriter::write(const Line& line) {
-    const std::filesystem::path& path = fileOf(line.date);
-    FileDescriptor file = openForAppending(path);
-    if (!file.isOpen() && errno == ENOENT) {
-        createDirectories(directory_);
-        file = openForAppending(path);
-    }
+    const FileDescriptor file = openForAppending(fileOf(line.date));
     if (file.isOpen() && hasEnd(file)) {
         std::ignore = writeAll(file.number(), line.text); // what the system refuses is dropped
     }

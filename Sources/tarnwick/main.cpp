@@ -214,6 +214,7 @@ void serve(DHCPServer& server, EventPrinter& printer, const ServeOptions& option
 
     const auto events = server.events();
     std::thread consumer = DHCPCore::Threads::start("tarnwick.events", [&] {
+        DHCPCore::Threads::makeWayForOthers(); // answers go before reports
         printer.consume(*events, [&] { server.stop(); });
         loop.stop();
     });
