@@ -1,7 +1,9 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <iterator>
 #include <mutex>
@@ -23,6 +25,7 @@ class EventStream {
                 return;
             }
             values_.push_back(std::move(value));
+            ++waiting_;
         }
         ready_.notify_one();
     }
@@ -35,6 +38,7 @@ class EventStream {
                 return;
             }
             std::ranges::move(values, std::back_inserter(values_));
+            waiting_ += values.size();
         }
         ready_.notify_one();
     }
@@ -69,6 +73,9 @@ class EventStream {
         return pop();
     }
 
+    /// How many values the consumer has yet to take. Any thread.
+    [[nodiscard]] std::size_t waiting() const { return waiting_; }
+
   private:
     [[nodiscard]] std::optional<T> pop() {
         if (taken_.empty()) {
@@ -76,6 +83,7 @@ class EventStream {
         }
         std::optional<T> value(std::move(taken_.front()));
         taken_.pop_front();
+        --waiting_;
         return value;
     }
 
@@ -84,6 +92,7 @@ class EventStream {
     std::mutex mutex_;
     std::condition_variable ready_;
     std::deque<T> values_;
+    std::atomic<std::size_t> waiting_{0}; ///< In both.
     bool finished_ = false;
 };
 

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <tuple>
 #include <utility>
 
 namespace DHCPCore {
@@ -71,6 +72,12 @@ int allowBroadcast(const FileDescriptor& socket) {
     return errorOf(::setsockopt(socket.number(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on));
 }
 
+/// Room for a burst that comes while leases are saved, as far as the system grants it.
+void askForRoom(const FileDescriptor& socket) {
+    constexpr int bytes = 1 << 20; // two to three thousand messages, which are read in less than a tenth of a second
+    std::ignore = ::setsockopt(socket.number(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+}
+
 int bindTo(const FileDescriptor& socket, const Endpoint& endpoint) {
     const sockaddr_in address = socketAddress(endpoint.address, endpoint.port);
     return errorOf(::bind(socket.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address));
@@ -95,6 +102,7 @@ void UDPTransport::open() {
     FileDescriptor socket = Sockets::open(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
     require("socket", socket.isOpen() ? 0 : errno);
     require("setsockopt SO_BROADCAST", allowBroadcast(socket));
+    askForRoom(socket);
     require("setsockopt IP_RECVIF", Sockets::reportArrivalInterface(socket));
 
     const std::uint32_t index =
