@@ -13,6 +13,7 @@
 #include "DHCPCore/ServerHost.hpp"
 #include "DHCPCore/Transport.hpp"
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -76,6 +77,14 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     struct SaveTable {};
     using Step = std::variant<ServerEvent, Reply, SaveTable>;
 
+    /// Datagrams that are handled together.
+    struct Burst {
+        std::vector<Step> steps;
+        int datagrams = 0;
+        bool saves = false;
+        int requestsExpected = 0; ///< Offers that were not answered yet.
+    };
+
     void startOnQueue();
     void stopOnQueue();
     void loadLeases();
@@ -84,6 +93,7 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
 
     void receiveWaiting();
     void handleWaiting();
+    [[nodiscard]] std::chrono::nanoseconds patienceBeforeSaving() const;
     void carryOut(std::vector<Step> steps);
     void handle(const Datagram& datagram);
     void dropMalformed(const PacketError::Value& fault);
@@ -93,8 +103,7 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     void process(const DHCPPacket& packet, ProbeAnswers probes);
     void probeAndProcess(IPv4Address ip, const DHCPPacket& packet, ProbeAnswers probes);
     void apply(Decision decision);
-    void send(Reply reply);
-    void sendNow(const Reply& reply, bool retry);
+    void send(const Reply& reply, bool retry);
     void handleSendFailure(const Reply& reply, const TransportError& error, bool retry);
     [[nodiscard]] bool serverAddressPresent() const;
     void persist();
@@ -131,7 +140,7 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     LeaseTable table_;
     LeaseDocument document_; ///< As it was saved last.
     PresenceMap presence_;
-    std::optional<std::vector<Step>> putOff_;         ///< Present while waiting datagrams are being handled.
+    std::optional<Burst> burst_;                      ///< Present while waiting datagrams are being handled.
     std::optional<std::vector<ServerEvent>> reports_; ///< Present while these steps are carried out.
     std::uint64_t unreported_ = 0;                    ///< Malformed packets that were dropped in silence.
     bool linkUp_ = true;

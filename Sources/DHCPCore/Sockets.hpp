@@ -3,6 +3,7 @@
 #include "DHCPCore/Addresses.hpp"
 #include "DHCPCore/FileDescriptor.hpp"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -36,6 +37,9 @@ namespace DHCPCore::Sockets {
 /// The arrival card's index from the control bytes that came with a datagram; nothing when they don't tell. Any bytes
 /// are welcome. (Linux/, Darwin/)
 [[nodiscard]] std::optional<std::uint32_t> arrivalInterface(std::span<const std::uint8_t> control);
+
+/// Waits so long for something to read. @return whether there is something. (Linux/, Darwin/)
+[[nodiscard]] bool awaitReadable(const FileDescriptor& socket, std::chrono::nanoseconds patience);
 
 /// The destination of a datagram, and where it must come from.
 struct Route {

@@ -144,6 +144,10 @@ std::optional<Datagram> UDPTransport::receive() {
                     .sourcePort = ntohs(source.sin_port)};
 }
 
+bool UDPTransport::awaitDatagram(std::chrono::nanoseconds patience) const {
+    return patience > std::chrono::nanoseconds{} && Sockets::awaitReadable(socket_, patience);
+}
+
 void UDPTransport::send(std::span<const std::uint8_t> bytes, const ReplyDestination& destination) {
     const Endpoint endpoint = sendingEndpoint(mode_, destination);
     const Sockets::Route route{.destination = endpoint.address,

@@ -77,6 +77,9 @@ class UDPTransport {
     /// One read; nothing when no datagram is waiting. @throws TransportError
     [[nodiscard]] virtual std::optional<Datagram> receive();
 
+    /// Waits so long for a datagram. @return whether there is something to read.
+    [[nodiscard]] bool awaitDatagram(std::chrono::nanoseconds patience) const;
+
     /// One datagram; in loopback mode always to 127.0.0.1 and the mode's client port. @throws TransportError
     virtual void send(std::span<const std::uint8_t> bytes, const ReplyDestination& destination);
 

@@ -241,6 +241,25 @@ TEST_F(ServerReceiveTest, AnswersABurstOnlyAfterAllOfItIsSaved) {
     EXPECT_EQ(savedBefore.leases().size(), 2U);
 }
 
+TEST_F(ServerReceiveTest, OffersInABurstBeforeTheSaveThatOthersWaitFor) {
+    start();
+    const auto requesting = request(mac(1)).requesting(ip(10));
+    const auto discovering = discover(mac(2));
+    LeaseTable savedBefore = tableOf({boundLease(mac(9), ip(12))});
+    host->beforeNextReply([&] { savedBefore = savedLeases(); });
+    host->arrive({datagram(requesting), datagram(discovering)});
+    EXPECT_EQ(take(6), (Events{received(requesting), changed(newlyBound(mac(1), ip(10), now + hours{1})),
+                               granted(ip(10), mac(1)), received(discovering),
+                               changed(newlyOffered(mac(2), ip(11), now + Timing::offerHold)),
+                               sent(DHCPMessageType::offer, ip(11), mac(2))}))
+        << "reported in the order of the messages";
+    const auto replies = host->sent();
+    ASSERT_EQ(replies.size(), 2U);
+    EXPECT_EQ(replies[0].packet.messageType(), DHCPMessageType::offer);
+    EXPECT_EQ(savedBefore, LeaseTable{}) << "nothing was saved when the offer left";
+    EXPECT_EQ(replies[1].packet.messageType(), DHCPMessageType::ack);
+}
+
 TEST_F(ServerReceiveTest, TellsOnceThatABurstCouldNotBeSaved) {
     blockSaving();
     start();

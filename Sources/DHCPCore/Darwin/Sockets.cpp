@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <net/if_dl.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <tuple>
 
@@ -51,6 +52,12 @@ int reportArrivalInterface(const FileDescriptor& socket) {
 
 std::optional<std::uint32_t> arrivalInterface(std::span<const std::uint8_t> control) {
     return ControlMessages::arrivalInterface(control);
+}
+
+bool awaitReadable(const FileDescriptor& socket, std::chrono::nanoseconds patience) {
+    pollfd waiting{.fd = socket.number(), .events = POLLIN, .revents = 0};
+    const auto milliseconds = std::chrono::floor<std::chrono::milliseconds>(patience).count(); // no finer clock here
+    return ::poll(&waiting, 1, static_cast<int>(std::min<decltype(milliseconds)>(milliseconds, 1000))) > 0;
 }
 
 bool holdsAddress(const FileDescriptor& /*socket*/, std::uint32_t interfaceIndex, IPv4Address address) {

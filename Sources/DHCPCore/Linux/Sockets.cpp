@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstring>
 #include <net/if.h>
+#include <poll.h>
+#include <ratio>
 #include <string_view>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -94,6 +96,12 @@ std::optional<std::uint32_t> arrivalInterface(std::span<const std::uint8_t> cont
         control = control.subspan(std::min<std::size_t>(CMSG_ALIGN(header.cmsg_len), control.size()));
     }
     return std::nullopt;
+}
+
+bool awaitReadable(const FileDescriptor& socket, std::chrono::nanoseconds patience) {
+    pollfd waiting{.fd = socket.number(), .events = POLLIN, .revents = 0};
+    const timespec longest{.tv_sec = 0, .tv_nsec = std::min<long>(patience.count(), std::nano::den - 1)};
+    return ::ppoll(&waiting, 1, &longest, nullptr) > 0;
 }
 
 bool holdsAddress(const FileDescriptor& socket, std::uint32_t interfaceIndex, IPv4Address address) {
