@@ -155,7 +155,7 @@ class EventPrinter {
   private:
     /// The memory of a burst of events is not kept for the next one.
     void tidyAfterBurst(std::size_t waiting) {
-        constexpr std::size_t many = 8192;
+        constexpr std::size_t many = 1024;
         burst_ = burst_ || waiting > many;
         if (burst_ && waiting == 0) {
             burst_ = false;
