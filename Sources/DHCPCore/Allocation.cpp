@@ -95,8 +95,8 @@ bool isAvailable(IPv4Address address, const MACAddress& mac, const LeaseTable& t
     if (!isUsable(address)) {
         return false;
     }
-    const auto holder = table.holder(address, now);
-    return !holder || holder->mac == mac;
+    const Lease* const holder = table.findHolder(address, now);
+    return holder == nullptr || holder->mac == mac;
 }
 
 bool isAvailable(IPv4Address address, const MACAddress& mac, std::span<const Lease> leases,
@@ -107,8 +107,8 @@ bool isAvailable(IPv4Address address, const MACAddress& mac, std::span<const Lea
 std::optional<IPv4Address> chooseAddress(const MACAddress& mac, std::optional<IPv4Address> requested,
                                          const LeaseTable& table, AddressRange range, const AddressPredicate& isUsable,
                                          const AddressPredicate& holderIsOffline, Date now) {
-    const auto previous = table.lease(mac);
-    if (previous && isAvailable(previous->ip, mac, table, isUsable, now)) {
+    const Lease* const previous = table.find(mac);
+    if (previous != nullptr && isAvailable(previous->ip, mac, table, isUsable, now)) {
         return previous->ip;
     }
     if (requested && isAvailable(*requested, mac, table, isUsable, now)) {

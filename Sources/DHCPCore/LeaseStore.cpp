@@ -109,17 +109,27 @@ LeaseTable::LeaseTable(std::vector<Lease> leases, std::vector<Quarantine> quaran
 }
 
 std::optional<Lease> LeaseTable::lease(const MACAddress& mac) const {
-    const auto position = index_.positionOf(mac);
-    return position ? std::optional(leases_[*position]) : std::nullopt;
+    const Lease* const record = find(mac);
+    return record == nullptr ? std::nullopt : std::optional(*record);
 }
 
 std::optional<Lease> LeaseTable::holder(IPv4Address ip, Date now) const {
+    const Lease* const record = findHolder(ip, now);
+    return record == nullptr ? std::nullopt : std::optional(*record);
+}
+
+const Lease* LeaseTable::find(const MACAddress& mac) const {
+    const auto position = index_.positionOf(mac);
+    return position ? &leases_[*position] : nullptr;
+}
+
+const Lease* LeaseTable::findHolder(IPv4Address ip, Date now) const {
     for (const std::size_t position : index_.positionsOf(ip)) {
         if (leases_[position].holdsAddress(now)) {
-            return leases_[position];
+            return &leases_[position];
         }
     }
-    return std::nullopt;
+    return nullptr;
 }
 
 bool LeaseTable::isQuarantined(IPv4Address ip, Date now) const {
@@ -170,8 +180,18 @@ void LeaseTable::pruneQuarantine(Date now) {
     if (now < firstQuarantineEnd_) {
         return;
     }
-    eraseWithSerials(quarantine_, quarantineSerials_, [&](const Quarantine& record) { return record.until <= now; });
-    quarantineReplaced();
+    firstQuarantineEnd_ = Date::max();
+    eraseWithSerials(quarantine_, quarantineSerials_, [&](const Quarantine& record) {
+        if (record.until > now) {
+            firstQuarantineEnd_ = std::min(firstQuarantineEnd_, record.until);
+            return false;
+        }
+        const auto latest = quarantinedUntil_.find(record.ip);
+        if (latest != quarantinedUntil_.end() && latest->second <= now) {
+            quarantinedUntil_.erase(latest);
+        }
+        return true;
+    });
 }
 
 std::size_t LeaseTable::clearInactive(Date now) {

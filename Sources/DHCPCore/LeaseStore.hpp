@@ -79,6 +79,9 @@ class LeaseTable {
     [[nodiscard]] std::optional<Lease> lease(const MACAddress& mac) const;
     /// The first record that holds the address at that instant.
     [[nodiscard]] std::optional<Lease> holder(IPv4Address ip, Date now) const;
+    /// The same records where they stand, up to the next change of the table; null when there is none.
+    [[nodiscard]] const Lease* find(const MACAddress& mac) const;
+    [[nodiscard]] const Lease* findHolder(IPv4Address ip, Date now) const;
     [[nodiscard]] bool isQuarantined(IPv4Address ip, Date now) const;
     /// The lowest address of the range that no record holds at that instant.
     [[nodiscard]] std::optional<IPv4Address> lowestFree(AddressRange range, Date now) const {

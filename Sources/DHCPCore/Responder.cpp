@@ -51,7 +51,7 @@ class Work {
     [[nodiscard]] bool isUsable(IPv4Address ip) const;
     [[nodiscard]] bool isFree(IPv4Address ip) const;
     [[nodiscard]] bool clientHolds(IPv4Address ip, const MACAddress& mac) const;
-    [[nodiscard]] std::optional<Lease> otherHolder(IPv4Address ip, const MACAddress& mac) const;
+    [[nodiscard]] const Lease* otherHolder(IPv4Address ip, const MACAddress& mac) const;
     [[nodiscard]] bool holderIsOffline(IPv4Address ip) const;
 
     void reply(Reply answer) { decision_.action.value = DecisionAction::Reply{.reply = std::move(answer)}; }
@@ -130,7 +130,7 @@ void Work::discover(const MACAddress& mac) {
         drop("address pool exhausted", mac);
         return;
     }
-    if (otherHolder(*ip, mac) && !context_.probes.contains(*ip)) {
+    if (otherHolder(*ip, mac) != nullptr && !context_.probes.contains(*ip)) {
         decision_.action.value = DecisionAction::Probe{.ip = *ip};
         return;
     }
@@ -185,7 +185,7 @@ void Work::requestAfterReboot(const MACAddress& mac) {
         nak("requested address is outside the range", mac);
     } else if (table().isQuarantined(*ip, now())) {
         nak("requested address was declined recently", mac);
-    } else if (otherHolder(*ip, mac)) {
+    } else if (otherHolder(*ip, mac) != nullptr) {
         nak("address in use by another device", mac);
     } else {
         acknowledge(*ip, mac);
@@ -255,8 +255,8 @@ void Work::acknowledge(IPv4Address ip, const MACAddress& mac) {
 }
 
 void Work::assign(IPv4Address ip, const MACAddress& mac, Lease::State state, Date until) {
-    if (auto victim = otherHolder(ip, mac)) {
-        reclaim(*std::move(victim));
+    if (const Lease* const victim = otherHolder(ip, mac)) {
+        reclaim(*victim);
     }
     Lease lease = recordOf(mac);
     lease.ip = ip;
@@ -288,8 +288,8 @@ void Work::reclaim(Lease victim) {
 
 /// The client's record, or a fresh one.
 Lease Work::recordOf(const MACAddress& mac) const {
-    if (auto known = table().lease(mac)) {
-        return *std::move(known);
+    if (const Lease* const known = table().find(mac)) {
+        return *known;
     }
     Lease fresh;
     fresh.mac = mac;
@@ -302,20 +302,21 @@ bool Work::isUsable(IPv4Address ip) const {
     return config_.inRange(ip) && ip != config_.serverIP && !table().isQuarantined(ip, now());
 }
 
-bool Work::isFree(IPv4Address ip) const { return isUsable(ip) && !table().holder(ip, now()); }
+bool Work::isFree(IPv4Address ip) const { return isUsable(ip) && table().findHolder(ip, now()) == nullptr; }
 
 bool Work::clientHolds(IPv4Address ip, const MACAddress& mac) const {
-    const auto lease = table().lease(mac);
-    return lease && lease->ip == ip && lease->holdsAddress(now());
+    const Lease* const lease = table().find(mac);
+    return lease != nullptr && lease->ip == ip && lease->holdsAddress(now());
 }
 
-std::optional<Lease> Work::otherHolder(IPv4Address ip, const MACAddress& mac) const {
-    auto holder = table().holder(ip, now());
-    return holder && holder->mac != mac ? std::move(holder) : std::nullopt;
+const Lease* Work::otherHolder(IPv4Address ip, const MACAddress& mac) const {
+    const Lease* const holder = table().findHolder(ip, now());
+    return holder != nullptr && holder->mac != mac ? holder : nullptr;
 }
 
 bool Work::holderIsOffline(IPv4Address ip) const {
-    if (const auto holder = table().holder(ip, now()); holder && holder->state == Lease::State::offered) {
+    const Lease* const holder = table().findHolder(ip, now());
+    if (holder != nullptr && holder->state == Lease::State::offered) {
         return false;
     }
     if (const auto probe = context_.probes.find(ip); probe != context_.probes.end()) {

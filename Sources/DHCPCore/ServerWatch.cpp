@@ -117,8 +117,8 @@ void DHCPServer::probeDevicesDue() {
     while (deviceProbesOut_ < most && !devicesDue_.empty()) {
         const MACAddress mac = devicesDue_.front();
         devicesDue_.pop_front();
-        const auto lease = table_.lease(mac); // its turn may have come long after the cycle's begin
-        if (!lease || lease->state != Lease::State::bound || lease->isExpired(now) ||
+        const Lease* const lease = table_.find(mac); // its turn may have come long after the cycle's begin
+        if (lease == nullptr || lease->state != Lease::State::bound || lease->isExpired(now) ||
             investigations_.contains(lease->ip)) {
             continue;
         }
