@@ -1,6 +1,6 @@
 # bash completion for tarnwick(8)
 
-# The wired cards of this host, whole: `tarnwick list` cuts long names.
+# The wired cards of this host; `tarnwick list` cuts long names, and shows only those that begin with "en".
 _tarnwick_cards() {
     if [ -d /sys/class/net ]; then
         local card

@@ -1,6 +1,6 @@
 # fish completion for tarnwick(8)
 
-# The wired cards of this host, whole: `tarnwick list` cuts long names.
+# The wired cards of this host; `tarnwick list` cuts long names, and shows only those that begin with "en".
 function __tarnwick_cards
     if test -d /sys/class/net
         for card in /sys/class/net/*

@@ -87,7 +87,7 @@ example() {
     awk '/^```/ { if (inside && text ~ /jq /) print text "\n---"; inside = !inside; text = ""; next }
         inside { text = text (text ? "\n" : "") $0 }' "$source_dir/docs/manual/$1.scd" | sed 's/\\\\/\\/g' |
         awk -v RS='\n---\n' -v wanted="$2" 'NR == wanted' |
-        sed -e "s#tarnwick serve --iface eth1 --json#cat $scratch/events#" -e "s#~/.local/share/Tarnwick/leases.json#$scratch/leases.json#" \
+        sed -e "s#tarnwick serve --iface enp3s0 --json#cat $scratch/events#" -e "s#~/.local/share/Tarnwick/leases.json#$scratch/leases.json#" \
             -e "s# events # $scratch/events #" -e "s# leases.json # $scratch/leases.json #" -e 's# > new.*##'
 }
 
