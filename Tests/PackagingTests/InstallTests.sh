@@ -7,7 +7,7 @@ install_into() { cmake --install "$build_dir" --prefix "$1" "${@:2}" >"$scratch/
 files_below() { (cd "$1" && find . -type f -printf '%P\n' | LC_ALL=C sort); }
 
 InstallsTheToolAndItsCompanions() {
-    need scdoc
+    need_pages
     install_into "$scratch/prefix" --component tool
     install_into "$scratch/prefix" --component tool-local
     expect_equal "files of the tool" "bin/tarnwick

@@ -5,8 +5,6 @@ source "$(dirname "$0")/Support.sh"
 pages=$build_dir/manual
 tool=$build_dir/tarnwick
 
-need_pages() { [ -e "$pages/tarnwick.8" ] || skip "scdoc was not there when this was built"; }
-
 # A page as plain text, each paragraph on one line.
 plain() { MANWIDTH=2000 man --nh --nj -E UTF-8 -l "$pages/$1" 2>/dev/null; }
 

@@ -6,7 +6,8 @@ version=$(sed -n 's/.* version = "\(.*\)";/\1/p' "$source_dir/Sources/DHCPCore/D
 
 # Packs what is built, below that folder of the scratch one.
 pack() {
-    need dpkg-deb dpkg-shlibdeps scdoc
+    need_pages
+    need dpkg-deb dpkg-shlibdeps
     SOURCE_DATE_EPOCH=$("$source_dir/scripts/release-time") cpack --config "$build_dir/CPackConfig.cmake" \
         -B "$scratch/$1" >"$scratch/cpack.log" 2>&1 || fail "$(cat "$scratch/cpack.log")"
     rm -rf "${scratch:?}/$1/_CPack_Packages"

@@ -33,6 +33,8 @@ need() {
     done
 }
 
+need_pages() { [ -e "$build_dir/manual/tarnwick.8" ] || skip "scdoc was not there when this was built"; }
+
 # Compares two texts, whole.
 expect_equal() {
     local what=$1 expected=$2 actual=$3
