@@ -119,4 +119,17 @@ TheExamplesWithTheLeaseFileDoWhatThePageSays() {
     expect_empty "a fourth example" "$(example leases.json.5 4)"
 }
 
+TheLeaseFileOfThePageIsOneThatTheServerReads() {
+    local server port=$((20000 + 2 * ($$ % 10000)))
+    sed -n '/^```/,/^```/p' "$source_dir/docs/manual/leases.json.5.scd" | sed -n '2,/^```/p' | grep -v '^```' |
+        sed 's/"expiresAt": "2025/"expiresAt": "2999/' >"$scratch/leases.json"
+    "$tool" serve --test-loopback --leases "$scratch/leases.json" --port "$port" --client-port $((port + 1)) >"$scratch/events" &
+    server=$!
+    eventually grep -q LEASE "$scratch/events"
+    kill -INT "$server"
+    wait "$server"
+    expect_equal "lease" "bound 192.168.0.100 02:00:5e:10:00:01 host=demo-device" \
+        "$(sed -n 's/.*  LEASE *//p' "$scratch/events")"
+}
+
 "$@"
