@@ -25,6 +25,7 @@ _tarnwick() {
     --lease) candidates="90s 15m 24h 7d" ;;
     --leases)
         compopt -o filenames 2>/dev/null
+        local IFS=$'\n'
         COMPREPLY=($(compgen -f -- "$word"))
         return
         ;;

@@ -19,14 +19,16 @@ cards() {
     done | sorted
 }
 
-# Arguments: the words of the command line; the last one is the one to be completed.
-in_bash() {
+# What is offered, one a line. Arguments: the words of the command line; the last one is the one to be completed.
+lines_in_bash() {
     bash --norc --noprofile -c '
         source "$1"; shift
         COMP_WORDS=(tarnwick "$@"); COMP_CWORD=$#
         _tarnwick tarnwick "${@: -1}" "${COMP_WORDS[COMP_CWORD - 1]}"
-        printf "%s\n" "${COMPREPLY[@]}"' bash "$completions/tarnwick.bash" "$@" 2>/dev/null | sorted
+        printf "%s\n" "${COMPREPLY[@]}"' bash "$completions/tarnwick.bash" "$@" 2>/dev/null
 }
+
+in_bash() { lines_in_bash "$@" | sorted; }
 
 in_fish() { HOME=$scratch fish --no-config -c "source $completions/tarnwick.fish; complete -C 'tarnwick $*'" | cut -f1 | sorted; }
 
@@ -61,8 +63,8 @@ BashOffersTheCards() { expect_equal "cards" "$(cards)" "$(in_bash serve --iface 
 
 BashOffersFilesAndNothingForOtherValues() {
     touch "$scratch/some leases"
-    cd "$scratch"
-    expect_equal "files" "leases some" "$(in_bash serve --leases so)"
+    cd "$scratch" || exit
+    expect_equal "files" "some leases" "$(lines_in_bash serve --leases so)"
     expect_empty "values of --port" "$(in_bash serve --port "")"
     expect_empty "words behind list" "$(in_bash list "")"
 }
