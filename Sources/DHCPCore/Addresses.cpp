@@ -5,13 +5,15 @@
 #include "DHCPCore/TextPieces.hpp"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <charconv>
+#include <cstddef>
 #include <cstring>
+#include <string_view>
 
 namespace DHCPCore {
 
@@ -70,8 +72,15 @@ std::optional<IPv4Address> IPv4Address::parse(std::string_view text) {
 }
 
 std::string IPv4Address::description() const {
-    const auto octets = bytes();
-    return fmt::format("{}.{}.{}.{}", octets[0], octets[1], octets[2], octets[3]);
+    std::array<char, 16> text{}; // "255.255.255.255", which a string holds without memory of its own
+    char* end = text.data();
+    for (const std::uint8_t octet : bytes()) {
+        if (end != text.data()) {
+            *end++ = '.';
+        }
+        end = std::to_chars(end, text.data() + text.size(), octet).ptr;
+    }
+    return {text.data(), end};
 }
 
 std::optional<MACAddress> MACAddress::fromBytes(std::span<const std::uint8_t> bytes) {
@@ -99,7 +108,18 @@ std::optional<MACAddress> MACAddress::parse(std::string_view text) {
     return mac;
 }
 
-std::string MACAddress::description() const { return fmt::format("{:02x}", fmt::join(bytes, ":")); }
+std::string MACAddress::description() const {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    text.reserve(3 * bytes.size());
+    for (const std::uint8_t byte : bytes) {
+        text += digits[byte >> 4U];
+        text += digits[byte & 0xFU];
+        text += ':';
+    }
+    text.pop_back();
+    return text;
+}
 
 std::optional<Subnet> Subnet::make(IPv4Address address, int prefixLength) {
     if (prefixLength < 0 || prefixLength > 32) {

@@ -2,9 +2,11 @@
 
 #include "DHCPCore/TextPieces.hpp"
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
 #include <mutex>
 
@@ -27,7 +29,7 @@ CalendarTime calendarTimeAtOffset(std::chrono::sys_seconds instant, seconds offs
             .second = static_cast<unsigned>(time.seconds().count())};
 }
 
-seconds hostOffset(std::chrono::sys_seconds instant) {
+seconds askHostOffset(std::chrono::sys_seconds instant) {
     const std::time_t time = instant.time_since_epoch().count();
     std::tm fields{};
     static std::mutex zone; // the host's zone is the process's own state; not every library guards it by itself
@@ -37,6 +39,30 @@ seconds hostOffset(std::chrono::sys_seconds instant) {
         return seconds{0};
     }
     return seconds{fields.tm_gmtoff};
+}
+
+/// As the host says, who is asked once a second: to notice a change of zone, the library looks for a file every time.
+seconds hostOffset(std::chrono::sys_seconds instant) {
+    using Clock = std::chrono::steady_clock;
+    struct Answer {
+        std::chrono::sys_seconds instant;
+        std::optional<std::string> zone; ///< What the environment said.
+        Clock::time_point givenAt;
+        seconds offset{0};
+    };
+    thread_local std::optional<Answer> last;
+    const char* const variable = std::getenv("TZ");
+    const auto isLastZone = [&] {
+        return variable == nullptr ? !last->zone : last->zone == std::string_view(variable);
+    };
+    const auto now = Clock::now();
+    if (!last || last->instant != instant || now - last->givenAt > seconds{1} || !isLastZone()) {
+        last = Answer{.instant = instant,
+                      .zone = variable == nullptr ? std::nullopt : std::optional<std::string>(variable),
+                      .givenAt = now,
+                      .offset = askHostOffset(instant)};
+    }
+    return last->offset;
 }
 
 /// A number of `count` digits at a fixed place, at most `limit`.
@@ -80,8 +106,8 @@ std::string iso8601(Date date) {
     constexpr Date first{std::chrono::sys_days{0000y / 1 / 1}};
     constexpr Date last = std::chrono::sys_days{9999y / 12 / 31} + 24h - 1s;
     const CalendarTime time = calendarTime(std::clamp(date, first, last), TimeZone::utc());
-    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", time.year, time.month, time.day, time.hour, time.minute,
-                       time.second);
+    return fmt::format(FMT_COMPILE("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z"), time.year, time.month, time.day, time.hour,
+                       time.minute, time.second);
 }
 
 std::optional<Date> parseISO8601(std::string_view text) {

@@ -3,6 +3,7 @@
 #include "DHCPCore/Overloaded.hpp"
 #include "DHCPCore/UTF8.hpp"
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -13,16 +14,24 @@
 #include <type_traits>
 #include <utility>
 #include <variant>
+#include <vector>
 
 namespace DHCPCore::EventLog {
 
 namespace {
 
-std::string transactionID(std::uint32_t xid) { return fmt::format("0x{:08x}", xid); }
+constexpr std::size_t typicalLength = 256; ///< Of a line.
 
-/// "host=" and the like, with "-" for a value that the message does not carry.
-std::string field(std::string_view name, const std::optional<std::string>& value) {
-    return fmt::format("{}={}", name, value.value_or("-"));
+std::string transactionID(std::uint32_t xid) { return fmt::format(FMT_COMPILE("0x{:08x}"), xid); }
+
+/// "-" for a value that the message does not carry.
+std::string_view orDash(const std::optional<std::string>& value) {
+    return value ? std::string_view(*value) : std::string_view("-");
+}
+
+template <class T>
+std::string orDash(const std::optional<T>& value) {
+    return value ? value->description() : "-";
 }
 
 std::string startText(const ServerEvent::Started& started) {
@@ -33,9 +42,12 @@ std::string startText(const ServerEvent::Started& started) {
 }
 
 std::string sentText(const SentSummary& summary) {
-    const std::string text =
-        fmt::format("{} -> {} via {}", summary.ip.description(), summary.destination.description(), summary.interface);
-    return summary.note ? fmt::format("{} ({})", text, *summary.note) : text;
+    std::string text = fmt::format(FMT_COMPILE("{} -> {} via {}"), summary.ip.description(),
+                                   summary.destination.description(), summary.interface);
+    if (summary.note) {
+        text += " (" + *summary.note + ")";
+    }
+    return text;
 }
 
 std::string droppedText(const ServerEvent::Dropped& dropped) {
@@ -43,9 +55,12 @@ std::string droppedText(const ServerEvent::Dropped& dropped) {
 }
 
 std::string leaseText(const Lease& lease) {
-    const std::string text =
-        fmt::format("{} {} {}", rawValue(lease.state), lease.ip.description(), lease.mac.description());
-    return lease.hostname ? fmt::format("{} host={}", text, *lease.hostname) : text;
+    std::string text =
+        fmt::format(FMT_COMPILE("{} {} {}"), rawValue(lease.state), lease.ip.description(), lease.mac.description());
+    if (lease.hostname) {
+        text += " host=" + *lease.hostname;
+    }
+    return text;
 }
 
 std::string linkText(const ServerEvent::Link& link) {
@@ -72,23 +87,32 @@ bool isControl(std::string_view character) {
     return character.size() == 2 && first == 0xC2 && static_cast<std::uint8_t>(character[1]) < 0xA0;
 }
 
-/// The text with whatever a terminal could act upon, or choke on, turned into visible escapes.
-std::string escaped(std::string_view text) {
-    std::string result;
-    result.reserve(text.size());
+/// Whether every program shows the text as it is.
+bool isPrintableASCII(std::string_view text) {
+    return std::ranges::all_of(text, [](char character) { return character >= ' ' && character <= '~'; });
+}
+
+/// Of a byte of UTF-8.
+bool startsCharacter(char byte) { return (static_cast<std::uint8_t>(byte) & 0xC0U) != 0x80; }
+
+/// Adds the text with whatever a terminal could act upon, or choke on, turned into visible escapes.
+void appendEscaped(std::string& line, std::string_view text) {
+    if (isPrintableASCII(text)) {
+        line += text;
+        return;
+    }
     while (!text.empty()) {
         const std::size_t length = characterLength(text);
         const std::string_view piece = text.substr(0, std::max<std::size_t>(length, 1));
         text.remove_prefix(piece.size());
         if (length > 0 && !isControl(piece)) {
-            result += piece;
+            line += piece;
             continue;
         }
         for (const char byte : piece) {
-            result += fmt::format("\\x{:02x}", static_cast<std::uint8_t>(byte));
+            line += fmt::format("\\x{:02x}", static_cast<std::uint8_t>(byte));
         }
     }
-    return result;
 }
 
 /// Escapes in serialised JSON what the library leaves as it is: "/", and the control characters from DEL on. All of
@@ -110,52 +134,96 @@ std::string withFurtherEscapes(std::string_view serialised) {
     return result;
 }
 
-template <class T>
-void addIfPresent(nlohmann::json& object, const char* key, const std::optional<T>& value) {
-    if (value) {
-        if constexpr (std::is_same_v<T, std::string>) {
-            object[key] = *value;
-        } else {
-            object[key] = value->description();
+/// A text as a JSON string.
+void appendJSON(std::string& json, std::string_view text) {
+    const auto needsEscape = [](char character) { return character == '"' || character == '\\' || character == '/'; };
+    if (isPrintableASCII(text) && std::ranges::none_of(text, needsEscape)) {
+        json += '"';
+        json += text;
+        json += '"';
+    } else {
+        json += withFurtherEscapes(nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    }
+}
+
+/// A JSON object of texts in the making.
+class Object {
+  public:
+    void add(std::string_view key, std::string text) { members_.push_back({.key = key, .text = std::move(text)}); }
+    void add(std::string_view key, std::string_view text) { add(key, std::string(text)); }
+    void add(std::string_view key, const char* text) { add(key, std::string(text)); }
+    void addIfPresent(std::string_view key, const std::optional<std::string>& text) {
+        if (text) {
+            add(key, *text);
         }
     }
-}
-
-void addFields(nlohmann::json& object, const PacketSummary& summary) {
-    if (summary.type) {
-        object["type"] = description(*summary.type);
+    template <class T>
+    void addIfPresent(std::string_view key, const std::optional<T>& value) {
+        if (value) {
+            add(key, value->description());
+        }
     }
-    addIfPresent(object, "mac", summary.mac);
-    addIfPresent(object, "hostname", summary.hostname);
-    addIfPresent(object, "vendorClass", summary.vendorClass);
-    addIfPresent(object, "requestedIP", summary.requestedIP);
-    addIfPresent(object, "serverID", summary.serverID);
-    object["xid"] = transactionID(summary.xid);
+
+    /// One line, its keys in ascending order.
+    [[nodiscard]] std::string line() {
+        std::ranges::sort(members_, {}, &Member::key);
+        std::string json;
+        json.reserve(typicalLength);
+        for (const Member& member : members_) {
+            json += json.empty() ? "{\"" : ",\"";
+            json += member.key;
+            json += "\":";
+            appendJSON(json, member.text);
+        }
+        json += '}';
+        return json;
+    }
+
+  private:
+    static constexpr std::size_t typicalLength = 512;
+
+    struct Member {
+        std::string_view key; ///< A literal.
+        std::string text;
+    };
+    std::vector<Member> members_;
+};
+
+void addFields(Object& object, const PacketSummary& summary) {
+    if (summary.type) {
+        object.add("type", description(*summary.type));
+    }
+    object.addIfPresent("mac", summary.mac);
+    object.addIfPresent("hostname", summary.hostname);
+    object.addIfPresent("vendorClass", summary.vendorClass);
+    object.addIfPresent("requestedIP", summary.requestedIP);
+    object.addIfPresent("serverID", summary.serverID);
+    object.add("xid", transactionID(summary.xid));
 }
 
-void addFields(nlohmann::json& object, const SentSummary& summary) {
-    object["type"] = description(summary.type);
-    object["ip"] = summary.ip.description();
-    object["mac"] = summary.mac.description();
-    object["destination"] = summary.destination.description();
-    object["interface"] = summary.interface;
-    addIfPresent(object, "note", summary.note);
+void addFields(Object& object, const SentSummary& summary) {
+    object.add("type", description(summary.type));
+    object.add("ip", summary.ip.description());
+    object.add("mac", summary.mac.description());
+    object.add("destination", summary.destination.description());
+    object.add("interface", summary.interface);
+    object.addIfPresent("note", summary.note);
 }
 
-void addFields(nlohmann::json& object, const Lease& lease) {
-    object["ip"] = lease.ip.description();
-    object["mac"] = lease.mac.description();
-    object["state"] = rawValue(lease.state);
+void addFields(Object& object, const Lease& lease) {
+    object.add("ip", lease.ip.description());
+    object.add("mac", lease.mac.description());
+    object.add("state", rawValue(lease.state));
 }
 
-void addFields(nlohmann::json& object, const ServerEvent::Presence& presence) {
-    object["ip"] = presence.ip.description();
-    object["mac"] = presence.mac.description();
-    object["state"] = rawValue(presence.state);
+void addFields(Object& object, const ServerEvent::Presence& presence) {
+    object.add("ip", presence.ip.description());
+    object.add("mac", presence.mac.description());
+    object.add("state", rawValue(presence.state));
 }
 
 /// Adds the keys that only some events have.
-void addFields(nlohmann::json& object, const ServerEvent& event) {
+void addFields(Object& object, const ServerEvent& event) {
     std::visit(Overloaded{[](const ServerEvent::Started&) {},
                           [&](const ServerEvent::Received& received) { addFields(object, received.summary); },
                           [&](const ServerEvent::Sent& sent) { addFields(object, sent.summary); },
@@ -195,11 +263,11 @@ std::optional<Parts> parts(const ServerEvent& event) {
             },
             [](const ServerEvent::Received& received) -> Result {
                 const auto type = received.summary.type;
-                return Parts{.label = fmt::format("RX {}", type ? description(*type) : "?"),
+                return Parts{.label = fmt::format(FMT_COMPILE("RX {}"), type ? description(*type) : "?"),
                              .text = describe(received.summary)};
             },
             [](const ServerEvent::Sent& sent) -> Result {
-                return Parts{.label = fmt::format("TX {}", description(sent.summary.type)),
+                return Parts{.label = fmt::format(FMT_COMPILE("TX {}"), description(sent.summary.type)),
                              .text = sentText(sent.summary)};
             },
             [](const ServerEvent::Dropped& dropped) -> Result {
@@ -227,21 +295,27 @@ std::optional<Parts> parts(const ServerEvent& event) {
 }
 
 std::string describe(const PacketSummary& summary) {
-    const auto textOf = [](const auto& value) { return value ? value->description() : std::string("-"); };
-    std::string text = fmt::format("{} {} {} req={}", textOf(summary.mac), field("host", summary.hostname),
-                                   field("vendor", summary.vendorClass), textOf(summary.requestedIP));
+    std::string text = orDash(summary.mac);
+    text.reserve(typicalLength);
+    const auto add = [&text](std::string_view name, std::string_view value) {
+        text += name;
+        text += value;
+    };
+    add(" host=", orDash(summary.hostname));
+    add(" vendor=", orDash(summary.vendorClass));
+    add(" req=", orDash(summary.requestedIP));
     if (summary.serverID) {
-        text += fmt::format(" sid={}", summary.serverID->description());
+        add(" sid=", summary.serverID->description());
     }
     if (summary.ciaddr != IPv4Address::zero) {
-        text += fmt::format(" ciaddr={}", summary.ciaddr.description());
+        add(" ciaddr=", summary.ciaddr.description());
     }
     if (summary.clientID) {
-        text += fmt::format(" cid={}", *summary.clientID);
+        add(" cid=", *summary.clientID);
     }
-    text += fmt::format(" xid={}", transactionID(summary.xid));
+    add(" xid=", transactionID(summary.xid));
     if (summary.interface) {
-        text += fmt::format(" if={}", *summary.interface);
+        add(" if=", *summary.interface);
     }
     return text;
 }
@@ -250,7 +324,8 @@ std::string timestamp(Date date, TimeZone timeZone) {
     const CalendarTime time = calendarTime(date, timeZone);
     const auto milliseconds =
         std::chrono::floor<std::chrono::milliseconds>(date) - std::chrono::floor<std::chrono::seconds>(date);
-    return fmt::format("{:02}:{:02}:{:02}.{:03}", time.hour, time.minute, time.second, milliseconds.count());
+    return fmt::format(FMT_COMPILE("{:02}:{:02}:{:02}.{:03}"), time.hour, time.minute, time.second,
+                       milliseconds.count());
 }
 
 std::optional<std::string> line(const ServerEvent& event, Date date, TimeZone timeZone) {
@@ -262,7 +337,16 @@ std::optional<std::string> line(const ServerEvent& event, Date date, TimeZone ti
 }
 
 std::string line(std::string_view label, std::string_view text, Date date, TimeZone timeZone) {
-    return fmt::format("{}  {:<12} {}", timestamp(date, timeZone), escaped(label), escaped(text));
+    constexpr std::size_t labelWidth = 12;
+    std::string line = timestamp(date, timeZone);
+    line.reserve(typicalLength);
+    line += "  ";
+    const std::size_t start = line.size();
+    appendEscaped(line, label);
+    const auto width = static_cast<std::size_t>(std::ranges::count_if(line.substr(start), startsCharacter));
+    line.append(labelWidth - std::min(labelWidth, width) + 1, ' ');
+    appendEscaped(line, text);
+    return line;
 }
 
 std::optional<std::string> json(const ServerEvent& event, Date date) {
@@ -270,12 +354,13 @@ std::optional<std::string> json(const ServerEvent& event, Date date) {
     if (!columns) {
         return std::nullopt;
     }
-    nlohmann::json object{{"time", iso8601(date)},
-                          {"event", kind(event)},
-                          {"label", std::move(columns->label)},
-                          {"text", std::move(columns->text)}};
+    Object object;
+    object.add("time", iso8601(date));
+    object.add("event", kind(event));
+    object.add("label", std::move(columns->label));
+    object.add("text", std::move(columns->text));
     addFields(object, event);
-    return withFurtherEscapes(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    return object.line();
 }
 
 } // namespace DHCPCore::EventLog

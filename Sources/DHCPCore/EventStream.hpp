@@ -1,10 +1,15 @@
 #pragma once
 
+#include <algorithm>
+#include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
+#include <iterator>
 #include <mutex>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace DHCPCore {
 
@@ -20,6 +25,20 @@ class EventStream {
                 return;
             }
             values_.push_back(std::move(value));
+            ++waiting_;
+        }
+        ready_.notify_one();
+    }
+
+    /// Adds values in their order, and wakes the consumer once.
+    void yieldAll(std::vector<T> values) {
+        {
+            const std::lock_guard lock(mutex_);
+            if (finished_) {
+                return;
+            }
+            std::ranges::move(values, std::back_inserter(values_));
+            waiting_ += values.size();
         }
         ready_.notify_one();
     }
@@ -33,35 +52,47 @@ class EventStream {
         ready_.notify_all();
     }
 
-    /// Waits for the next value; nothing once the stream is finished and every value delivered.
+    /// Waits for the next value; nothing once the stream is finished and every value delivered. The consumer only.
     [[nodiscard]] std::optional<T> next() {
-        std::unique_lock lock(mutex_);
-        ready_.wait(lock, [this] { return finished_ || !values_.empty(); });
-        if (values_.empty()) {
-            return std::nullopt;
+        if (taken_.empty()) {
+            std::unique_lock lock(mutex_);
+            ready_.wait(lock, [this] { return finished_ || !values_.empty(); });
+            taken_.swap(values_);
         }
-        std::optional<T> value(std::move(values_.front()));
-        values_.pop_front();
-        return value;
+        return pop();
     }
 
     /// As `next`, but nothing also when no value came within `patience`.
     template <class Duration>
     [[nodiscard]] std::optional<T> next(Duration patience) {
-        {
+        if (taken_.empty()) {
             std::unique_lock lock(mutex_);
             ready_.wait_for(lock, patience, [this] { return finished_ || !values_.empty(); });
-            if (values_.empty()) {
-                return std::nullopt;
-            }
+            taken_.swap(values_);
         }
-        return next(); // one consumer: nobody else takes the value in between
+        return pop();
     }
 
+    /// How many values the consumer has yet to take. Any thread.
+    [[nodiscard]] std::size_t waiting() const { return waiting_; }
+
   private:
+    [[nodiscard]] std::optional<T> pop() {
+        if (taken_.empty()) {
+            return std::nullopt;
+        }
+        std::optional<T> value(std::move(taken_.front()));
+        taken_.pop_front();
+        --waiting_;
+        return value;
+    }
+
+    std::deque<T> taken_; ///< The consumer's own: what was there when it last came for values.
+
     std::mutex mutex_;
     std::condition_variable ready_;
     std::deque<T> values_;
+    std::atomic<std::size_t> waiting_{0}; ///< In both.
     bool finished_ = false;
 };
 

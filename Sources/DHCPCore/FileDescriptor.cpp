@@ -29,7 +29,30 @@ void FileDescriptor::close() {
 
 int FileDescriptor::release() { return std::exchange(number_, -1); }
 
-int writeAll(int descriptor, std::string_view text) { return writeAll(descriptor, std::span(&text, 1)); }
+namespace {
+
+/// After a write that failed. @return whether it may be tried again.
+bool mayGoOn(int descriptor) {
+    if (errno == EAGAIN) { // somebody who shares the terminal or pipe made it non-blocking
+        pollfd waiting{.fd = descriptor, .events = POLLOUT, .revents = 0};
+        ::poll(&waiting, 1, -1);
+        return true;
+    }
+    return errno == EINTR;
+}
+
+} // namespace
+
+int writeAll(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t result = ::write(descriptor, text.data(), text.size());
+        if (result < 0 && !mayGoOn(descriptor)) {
+            return errno;
+        }
+        text.remove_prefix(result < 0 ? 0 : static_cast<std::size_t>(result));
+    }
+    return 0;
+}
 
 int writeAll(int descriptor, std::span<const std::string_view> pieces) {
     constexpr std::size_t mostAtOnce = 512; // every system takes so many
@@ -42,10 +65,7 @@ int writeAll(int descriptor, std::span<const std::string_view> pieces) {
             vectors[place] = {.iov_base = const_cast<char*>(piece.data()), .iov_len = piece.size()};
         }
         const ssize_t result = ::writev(descriptor, vectors.data(), static_cast<int>(count));
-        if (result < 0 && errno == EAGAIN) { // somebody who shares the terminal or pipe made it non-blocking
-            pollfd waiting{.fd = descriptor, .events = POLLOUT, .revents = 0};
-            ::poll(&waiting, 1, -1);
-        } else if (result < 0 && errno != EINTR) {
+        if (result < 0 && !mayGoOn(descriptor)) {
             return errno;
         }
         written += result < 0 ? 0 : static_cast<std::size_t>(result);

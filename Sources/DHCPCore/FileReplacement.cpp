@@ -32,7 +32,7 @@ constexpr mode_t permissionBits = 07777;
 
 /// A random UUID (RFC 4122, section 4.4), as in "6F1C2B0E-5D7A-4C1B-9E3F-0A1B2C3D4E5F".
 std::string randomUUID() {
-    std::random_device source;
+    thread_local std::random_device source;
     std::array<std::uint32_t, 4> words{};
     for (std::uint32_t& word : words) {
         word = source();
@@ -79,7 +79,10 @@ class HiddenFile {
         const auto replaced = regularFileStatus(target_);
         // Never wider than the mode it ends with: the content may be for few eyes.
         const mode_t mode = replaced ? replaced->st_mode & newFileMode : newFileMode;
-        descriptor_ = FileDescriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+        if (!create(mode) && (errno == ENOENT || errno == ENOTDIR)) {
+            makeDirectories(target_.parent_path());
+            std::ignore = create(mode);
+        }
         if (!descriptor_.isOpen()) {
             fail("write", name_, errno);
         }
@@ -116,6 +119,12 @@ class HiddenFile {
     }
 
   private:
+    /// @return false with `errno` set when there is no such file now.
+    [[nodiscard]] bool create(mode_t mode) {
+        descriptor_ = FileDescriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+        return descriptor_.isOpen();
+    }
+
     /// @return false with `errno` set when the mode is refused.
     [[nodiscard]] bool takeOver(const struct stat& replaced) const {
         // Only root may give a file away; a member may still hand it to the group.
@@ -146,7 +155,6 @@ void replaceFile(const std::filesystem::path& file, std::string_view content) {
 }
 
 void replaceFile(const std::filesystem::path& file, std::span<const std::string_view> pieces) {
-    makeDirectories(file.parent_path());
     HiddenFile replacement(file);
     replacement.write(pieces);
     replacement.putInPlace();

@@ -2,10 +2,10 @@
 
 #include "DHCPCore/FileDescriptor.hpp"
 #include "DHCPCore/FileReplacement.hpp"
+#include "DHCPCore/LeaseReader.hpp"
 #include "DHCPCore/UserDirectories.hpp"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <array>
 #include <cerrno>
@@ -21,50 +21,16 @@ namespace DHCPCore {
 
 namespace {
 
-/// Whether brackets stand in brackets more deeply than in any document of ours, where a lease lies in two others. To be
-/// asked before the parser is, which takes memory for each level.
-bool nestsTooDeeply(std::string_view text) {
-    constexpr int deepest = 101; // the document itself, and a hundred in it
-    int depth = 0;
-    bool isInString = false;
-    for (std::size_t place = 0; place < text.size(); ++place) {
-        const char character = text[place];
-        if (isInString) {
-            place += character == '\\' ? 1 : 0; // what is escaped does not end the string
-            isInString = character != '"';
-        } else if (character == '"') {
-            isInString = true;
-        } else if (character == '[' || character == '{') {
-            if (++depth > deepest) {
-                return true;
-            }
-        } else if (character == ']' || character == '}') {
-            --depth;
-        }
-    }
-    return false;
-}
-
 /// Reads what `LeaseDocument` writes; nothing for any other text or version.
 std::optional<LeaseTable> decode(std::string_view text) {
     if (text.find('\0') != std::string_view::npos) { // not JSON, though the parser would take it for the end
         return std::nullopt;
     }
-    if (nestsTooDeeply(text)) {
+    auto records = readLeaseDocument(text);
+    if (!records) {
         return std::nullopt;
     }
-    try {
-        const auto document = nlohmann::json::parse(text);
-        if (document.at(LeaseDocument::versionKey) != LeaseDocument::version) {
-            return std::nullopt;
-        }
-        const auto table = document.get<LeaseTable>();
-        return LeaseTable(LeaseFile::oneRecordPerMAC(table.leases()), table.quarantine());
-    } catch (const nlohmann::json::exception&) {
-        return std::nullopt;
-    } catch (const DecodingError&) {
-        return std::nullopt;
-    }
+    return LeaseTable(LeaseFile::oneRecordPerMAC(std::move(records->leases)), std::move(records->quarantine));
 }
 
 [[noreturn]] void failToRead(const std::filesystem::path& file, std::string_view reason) {

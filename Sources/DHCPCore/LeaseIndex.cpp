@@ -22,9 +22,11 @@ void LeaseIndex::move(IPv4Address from, IPv4Address to, std::size_t position) {
     positions.insert(std::ranges::lower_bound(positions, position), position);
 }
 
-void LeaseIndex::clear() {
+void LeaseIndex::clear(std::size_t expected) {
     byMAC_.clear();
+    byMAC_.reserve(expected);
     byIP_.clear();
+    byIP_.reserve(expected);
 }
 
 std::optional<std::size_t> LeaseIndex::positionOf(const MACAddress& mac) const {

@@ -20,7 +20,8 @@ class LeaseIndex {
     /// The record at `position` is about another address now.
     void move(IPv4Address from, IPv4Address to, std::size_t position);
 
-    void clear();
+    /// Forgets everything, and makes room for so many records.
+    void clear(std::size_t expected = 0);
 
     /// The client's first record.
     [[nodiscard]] std::optional<std::size_t> positionOf(const MACAddress& mac) const;

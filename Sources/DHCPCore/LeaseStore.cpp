@@ -194,7 +194,7 @@ std::vector<Lease> LeaseTable::dropOutside(AddressRange range) {
 
 /// Finds anew what follows from the leases.
 void LeaseTable::leasesReplaced() {
-    index_.clear();
+    index_.clear(leases_.size());
     held_.clear();
     for (std::size_t position = 0; position < leases_.size(); ++position) {
         index_.append(leases_[position].mac, leases_[position].ip, position);

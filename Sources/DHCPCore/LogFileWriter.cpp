@@ -1,13 +1,16 @@
 #include "DHCPCore/LogFileWriter.hpp"
 
 #include "DHCPCore/FileDescriptor.hpp"
+#include "DHCPCore/Threads.hpp"
 #include "DHCPCore/UserDirectories.hpp"
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <tuple>
+#include <unistd.h>
 #include <utility>
 
 namespace DHCPCore {
@@ -27,36 +30,71 @@ void createDirectories(const std::filesystem::path& directory) {
 /// Opens a regular file for appending, made when there is none. Somebody may have put something else in its place: a
 /// link is not followed, and a pipe without a reader does not keep us waiting.
 FileDescriptor openForAppending(const std::filesystem::path& path) {
+    constexpr int flags = O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
     constexpr mode_t mode = 0644;
-    FileDescriptor file(
-        ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, mode));
-    struct stat status {};
-    if (!file.isOpen() || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return FileDescriptor{};
+    FileDescriptor file(::open(path.c_str(), flags));
+    if (!file.isOpen() && errno == ENOENT) { // asked for second: a file that may have to be made is opened more slowly
+        createDirectories(path.parent_path());
+        file = FileDescriptor(::open(path.c_str(), flags | O_CREAT, mode));
     }
     return file;
 }
 
-} // namespace
+/// Whether the file has an end to append to: a pipe, a socket and a terminal have none. (Not by `fstat`: once asked for
+/// its times, a file has them written anew with every line.)
+bool hasEnd(const FileDescriptor& file) { return ::lseek(file.number(), 0, SEEK_END) >= 0; }
 
-LogFileWriter::LogFileWriter(std::filesystem::path folder) : directory_(std::move(folder)) {}
-
-std::filesystem::path LogFileWriter::defaultDirectory() { return UserDirectories::logs() / "Tarnwick"; }
-
-std::string LogFileWriter::fileName(Date date) {
-    const CalendarTime day = calendarTime(date, TimeZone::current());
+std::string fileNameOf(const CalendarTime& day) {
     return fmt::format("{:04}-{:02}-{:02}.log", day.year, day.month, day.day);
 }
 
+} // namespace
+
+LogFileWriter::LogFileWriter(std::filesystem::path folder) : directory_(std::move(folder)) {
+    queue_.async(Threads::makeWayForOthers);
+}
+
+std::filesystem::path LogFileWriter::defaultDirectory() { return UserDirectories::logs() / "Tarnwick"; }
+
+std::string LogFileWriter::fileName(Date date) { return fileNameOf(calendarTime(date, TimeZone::current())); }
+
 void LogFileWriter::append(std::string line, Date date) {
-    // The queue ends, its work done, before the directory does: see the order of the members.
-    queue_.async([this, text = std::move(line), date] {
-        createDirectories(directory_);
-        const FileDescriptor file = openForAppending(directory_ / fileName(date));
-        if (file.isOpen()) {
-            std::ignore = writeAll(file.number(), text + '\n'); // what the system refuses is dropped
-        }
-    });
+    line += '\n';
+    const std::lock_guard lock(mutex_);
+    waiting_.push_back({.text = std::move(line), .date = date});
+    if (waiting_.size() == 1) { // else a call of the queue is under way that takes this line too
+        // The queue ends, its work done, before the other members do: see their order.
+        queue_.async([this] { writeWaiting(); });
+    }
+}
+
+void LogFileWriter::writeWaiting() {
+    std::vector<Line> lines;
+    {
+        const std::lock_guard lock(mutex_);
+        lines.swap(waiting_);
+    }
+    for (const Line& line : lines) {
+        write(line);
+    }
+}
+
+void LogFileWriter::write(const Line& line) {
+    const FileDescriptor file = openForAppending(fileOf(line.date));
+    if (file.isOpen() && hasEnd(file)) {
+        std::ignore = writeAll(file.number(), line.text); // what the system refuses is dropped
+    }
+}
+
+/// The file of that day.
+const std::filesystem::path& LogFileWriter::fileOf(Date date) {
+    const CalendarTime time = calendarTime(date, TimeZone::current());
+    const auto dayOf = [](const CalendarTime& when) { return std::tie(when.year, when.month, when.day); };
+    if (dayFile_.empty() || dayOf(time) != dayOf(day_)) {
+        day_ = time;
+        dayFile_ = directory_ / fileNameOf(time);
+    }
+    return dayFile_;
 }
 
 void LogFileWriter::flush() {

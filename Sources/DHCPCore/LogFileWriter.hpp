@@ -4,7 +4,9 @@
 #include "DHCPCore/Queue.hpp"
 
 #include <filesystem>
+#include <mutex>
 #include <string>
+#include <vector>
 
 namespace DHCPCore {
 
@@ -29,7 +31,21 @@ class LogFileWriter {
     [[nodiscard]] const std::filesystem::path& directory() const { return directory_; }
 
   private:
+    struct Line {
+        std::string text; ///< With its line feed.
+        Date date;
+    };
+
+    void writeWaiting();
+    void write(const Line& line);
+    const std::filesystem::path& fileOf(Date date);
+
     std::filesystem::path directory_;
+    std::mutex mutex_; ///< Guards the waiting lines: they come from any thread.
+    std::vector<Line> waiting_;
+    // Of the last line; touched on the queue only.
+    CalendarTime day_;
+    std::filesystem::path dayFile_;
     SerialQueue queue_{"tarnwick.logfile"};
 };
 

@@ -57,9 +57,9 @@ IPv4Address addressField(FixedPart fixedPart) {
 }
 
 /// Splits the options area (RFC 2132, section 2) into its fields, in wire order.
-/// @throws PacketError::OptionOverrun when an option does not fit into what was received.
-std::vector<DHCPOptionField> parseOptions(std::span<const std::uint8_t> rest) {
-    std::vector<DHCPOptionField> options;
+/// @return the fault when an option does not fit into what was received.
+std::optional<PacketError::OptionOverrun> parseOptions(std::span<const std::uint8_t> rest,
+                                                       std::vector<DHCPOptionField>& options) {
     options.reserve(usualOptionCount);
     while (!rest.empty() && rest[0] != OptionCode::end) {
         const std::uint8_t code = rest[0];
@@ -68,13 +68,13 @@ std::vector<DHCPOptionField> parseOptions(std::span<const std::uint8_t> rest) {
             continue;
         }
         if (rest.size() < 2 || rest.size() - 2 < rest[1]) {
-            throw PacketError{PacketError::OptionOverrun{code}};
+            return PacketError::OptionOverrun{code};
         }
         const auto data = rest.subspan(2, rest[1]);
         options.push_back({.code = code, .data = {data.begin(), data.end()}});
         rest = rest.subspan(2 + data.size());
     }
-    return options;
+    return std::nullopt;
 }
 
 void append(Bytes& bytes, std::span<const std::uint8_t> piece) {
@@ -151,12 +151,20 @@ void from_json(const nlohmann::json& json, DHCPMessageType& type) {
 PacketError::PacketError(Value reason) : Error(describe(reason)), value(reason) {}
 
 DHCPPacket DHCPPacket::parse(std::span<const std::uint8_t> datagram) {
+    auto result = read(datagram);
+    if (const auto* const fault = std::get_if<PacketError::Value>(&result)) {
+        throw PacketError{*fault};
+    }
+    return std::get<DHCPPacket>(std::move(result));
+}
+
+std::variant<DHCPPacket, PacketError::Value> DHCPPacket::read(std::span<const std::uint8_t> datagram) {
     if (datagram.size() < Offset::options) {
-        throw PacketError{PacketError::TooShort{datagram.size()}};
+        return PacketError::TooShort{datagram.size()};
     }
     const auto fixedPart = datagram.first<Offset::options>();
     if (!std::ranges::equal(fixedPart.subspan<Offset::cookie, magicCookie.size()>(), magicCookie)) {
-        throw PacketError{PacketError::BadMagicCookie{}};
+        return PacketError::BadMagicCookie{};
     }
     DHCPPacket packet{
         .op = field<std::uint8_t, Offset::op>(fixedPart),
@@ -170,8 +178,10 @@ DHCPPacket DHCPPacket::parse(std::span<const std::uint8_t> datagram) {
         .yiaddr = addressField<Offset::yiaddr>(fixedPart),
         .siaddr = addressField<Offset::siaddr>(fixedPart),
         .giaddr = addressField<Offset::giaddr>(fixedPart),
-        .options = parseOptions(datagram.subspan(Offset::options)),
     };
+    if (const auto fault = parseOptions(datagram.subspan(Offset::options), packet.options)) {
+        return *fault;
+    }
     std::ranges::copy(fixedPart.subspan<Offset::chaddr, chaddrLength>(), packet.chaddr.begin());
     return packet;
 }

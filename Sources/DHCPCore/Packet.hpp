@@ -123,6 +123,8 @@ struct DHCPPacket {
 
     /// Reads a datagram. @throws PacketError with the first fault met.
     [[nodiscard]] static DHCPPacket parse(std::span<const std::uint8_t> datagram);
+    /// The same with the fault as a value: exceptions would be dear where anybody may send anything.
+    [[nodiscard]] static std::variant<DHCPPacket, PacketError::Value> read(std::span<const std::uint8_t> datagram);
 
     /// The message as bytes, with an end option, padded with zeros to at least `minimumLength`.
     [[nodiscard]] Bytes serialize(std::size_t minimumLength) const;

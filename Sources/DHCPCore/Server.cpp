@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <thread>
 #include <utility>
 
 namespace DHCPCore {
@@ -18,6 +19,8 @@ constexpr std::chrono::seconds watchInterval{1};
 constexpr std::chrono::seconds retryDelay{1};
 /// Read at most so many datagrams before they are answered, and timers and callers get their turn.
 constexpr int datagramsPerTurn = 64;
+/// Reports beyond these, about forty megabytes, wait only where the reader has stopped.
+constexpr std::size_t mostReportsWaiting = 1U << 17U;
 
 ServerEvent leaseChanged(const Lease& lease) { return {ServerEvent::LeaseChanged{lease}}; }
 
@@ -164,6 +167,8 @@ void DHCPServer::closeTransport() {
 /// Datagrams that wait together share one save: each is decided in its turn, then the table is saved, then they are
 /// answered. Reports and replies go out in the order in which they would have gone one by one.
 void DHCPServer::receiveWaiting() {
+    waitForReader();
+    tellOfUnreported();
     putOff_.emplace();
     handleWaiting();
     std::vector<Step> steps = std::move(*putOff_);
@@ -189,6 +194,7 @@ void DHCPServer::handleWaiting() {
 
 void DHCPServer::carryOut(std::vector<Step> steps) {
     bool isSaved = false; // the first save has what the later ones would add
+    reports_.emplace();
     for (Step& step : steps) {
         std::visit(Overloaded{[this](ServerEvent& event) { emit(std::move(event)); },
                               [this](const Reply& reply) { sendNow(reply, true); },
@@ -199,21 +205,54 @@ void DHCPServer::carryOut(std::vector<Step> steps) {
                               }},
                    step);
     }
+    std::vector<ServerEvent> reports = std::move(*reports_);
+    reports_.reset();
+    events_->yieldAll(std::move(reports));
 }
 
 void DHCPServer::handle(const Datagram& datagram) {
     if (!options_.mode.isLoopback() && arrivedElsewhere(datagram)) {
         return;
     }
-    DHCPPacket packet;
-    try {
-        packet = DHCPPacket::parse(datagram.bytes);
-    } catch (const PacketError& error) {
-        emit({ServerEvent::Dropped{.reason = fmt::format("malformed ({})", error.description()), .mac = std::nullopt}});
+    const auto result = DHCPPacket::read(datagram.bytes);
+    if (const auto* const fault = std::get_if<PacketError::Value>(&result)) {
+        dropMalformed(*fault);
         return;
     }
+    const auto& packet = std::get<DHCPPacket>(result);
     emit({ServerEvent::Received{PacketSummary(packet, interfaceName_)}});
     process(packet, {});
+}
+
+/// In a flood, what is malformed is no longer reported one by one, before the reports take all memory.
+void DHCPServer::dropMalformed(const PacketError::Value& fault) {
+    if (events_->waiting() > mostReportsWaiting) {
+        ++unreported_;
+        return;
+    }
+    const PacketError error(fault);
+    emit({ServerEvent::Dropped{.reason = fmt::format("malformed ({})", error.description()), .mac = std::nullopt}});
+}
+
+/// While reports are read more slowly than they come, further messages are left to wait in the system's queue. A reader
+/// that has stopped altogether is waited for only briefly.
+void DHCPServer::waitForReader() {
+    constexpr std::chrono::milliseconds step{1};
+    constexpr int mostSteps = 5;
+    for (int count = 0; count < mostSteps && events_->waiting() > mostReportsWaiting; ++count) {
+        const std::size_t before = events_->waiting();
+        std::this_thread::sleep_for(step);
+        if (events_->waiting() >= before) {
+            return;
+        }
+    }
+}
+
+void DHCPServer::tellOfUnreported() {
+    if (unreported_ > 0 && events_->waiting() <= mostReportsWaiting / 2) {
+        inform(fmt::format("{} malformed packets dropped without a line for each: they came faster than lines are read",
+                           std::exchange(unreported_, 0)));
+    }
 }
 
 /// Whether the datagram came by another card; reported here.
@@ -359,6 +398,8 @@ void DHCPServer::persist() {
 void DHCPServer::emit(ServerEvent event) {
     if (putOff_) {
         putOff_->emplace_back(std::move(event));
+    } else if (reports_) {
+        reports_->push_back(std::move(event));
     } else {
         events_->yield(std::move(event));
     }

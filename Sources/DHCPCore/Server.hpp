@@ -13,6 +13,7 @@
 #include "DHCPCore/ServerHost.hpp"
 #include "DHCPCore/Transport.hpp"
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -85,6 +86,9 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     void handleWaiting();
     void carryOut(std::vector<Step> steps);
     void handle(const Datagram& datagram);
+    void dropMalformed(const PacketError::Value& fault);
+    void waitForReader();
+    void tellOfUnreported();
     [[nodiscard]] bool arrivedElsewhere(const Datagram& datagram);
     void process(const DHCPPacket& packet, ProbeAnswers probes);
     void probeAndProcess(IPv4Address ip, const DHCPPacket& packet, ProbeAnswers probes);
@@ -102,6 +106,7 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     void markAllOffline(const std::string& reason);
 
     void runPresenceCycle();
+    void probeDevicesDue();
     void investigate(IPv4Address ip, bool withARP, FindingHandler handler);
     void conclude(IPv4Address ip, const Finding& finding);
     void classifyPresence(IPv4Address ip, const MACAddress& mac, const Finding& finding);
@@ -126,13 +131,17 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     LeaseTable table_;
     LeaseDocument document_; ///< As it was saved last.
     PresenceMap presence_;
-    std::optional<std::vector<Step>> putOff_; ///< Present while waiting datagrams are being handled.
+    std::optional<std::vector<Step>> putOff_;         ///< Present while waiting datagrams are being handled.
+    std::optional<std::vector<ServerEvent>> reports_; ///< Present while these steps are carried out.
+    std::uint64_t unreported_ = 0;                    ///< Malformed packets that were dropped in silence.
     bool linkUp_ = true;
     bool running_ = false;
     std::set<NoticeKind> raised_;   ///< Raised and not yet cleared.
     bool recvifWarned_ = false;     ///< Once is enough.
     bool leaseFileWritable_ = true; ///< Never again after the file could not be read: it must not be overwritten.
     std::unordered_map<IPv4Address, std::vector<FindingHandler>> investigations_; ///< At most one job per address.
+    std::deque<MACAddress> devicesDue_; ///< Those that the presence cycle has yet to probe.
+    std::size_t deviceProbesOut_ = 0;   ///< Of the presence cycle.
 
     // Last, so destroyed first: no handler and no job outlives what it touches.
     SerialQueue queue_{"tarnwick.server"};

@@ -12,6 +12,7 @@ void DHCPServer::watch() {
     if (!running_) {
         return;
     }
+    tellOfUnreported();
     if (!isOpen_) {
         waitForAdapter();
         return;
@@ -80,6 +81,7 @@ void DHCPServer::raiseLinkDown() {
 }
 
 void DHCPServer::markAllOffline(const std::string& reason) {
+    devicesDue_.clear();
     for (const Lease& lease : table_.leases()) {
         if (lease.state != Lease::State::bound) {
             continue;
@@ -95,17 +97,36 @@ void DHCPServer::markAllOffline(const std::string& reason) {
 }
 
 void DHCPServer::runPresenceCycle() {
-    if (!running_ || !options_.presenceEnabled || !linkUp_) {
+    if (!running_ || !options_.presenceEnabled || !linkUp_ || !devicesDue_.empty()) { // slow cycles do not pile up
         return;
     }
     const Date now = clock_();
     for (const Lease& lease : table_.leases()) {
-        // A slow cycle does not pile up: what is still out from the last one is not asked again.
-        if (lease.state != Lease::State::bound || lease.isExpired(now) || investigations_.contains(lease.ip)) {
+        if (lease.state == Lease::State::bound && !lease.isExpired(now)) {
+            devicesDue_.push_back(lease.mac);
+        }
+    }
+    probeDevicesDue();
+}
+
+/// Has so many of the cycle's devices probed at a time that there is always a thread for a probe that a device waits
+/// for.
+void DHCPServer::probeDevicesDue() {
+    constexpr std::size_t most = ConcurrentQueue::maximumThreads * 3 / 4;
+    const Date now = clock_();
+    while (deviceProbesOut_ < most && !devicesDue_.empty()) {
+        const MACAddress mac = devicesDue_.front();
+        devicesDue_.pop_front();
+        const auto lease = table_.lease(mac); // its turn may have come long after the cycle's begin
+        if (!lease || lease->state != Lease::State::bound || lease->isExpired(now) ||
+            investigations_.contains(lease->ip)) {
             continue;
         }
-        investigate(lease.ip, true, [this, ip = lease.ip, mac = lease.mac](const Finding& finding) {
+        ++deviceProbesOut_;
+        investigate(lease->ip, true, [this, ip = lease->ip, mac](const Finding& finding) {
+            --deviceProbesOut_;
             classifyPresence(ip, mac, finding);
+            probeDevicesDue();
         });
     }
 }
@@ -120,7 +141,7 @@ void DHCPServer::investigate(IPv4Address ip, bool withARP, FindingHandler handle
     probeQueue_.async([ip, withARP, name = interfaceName_, probe = host_.probe, readARPTable = host_.readARPTable,
                        remote = queue_.remote(), weak = weak_from_this()] {
         Finding finding{.probe = probe(name, ip), .arpMAC = std::nullopt};
-        if (withARP) {
+        if (withARP && finding.probe.answered) { // else nobody asks who it was
             const ARPTable::Map table = readARPTable();
             if (const auto entry = table.find(ip); entry != table.end()) {
                 finding.arpMAC = entry->second;

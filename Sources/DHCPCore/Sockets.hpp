@@ -45,8 +45,12 @@ struct Route {
     std::optional<IPv4Address> source; ///< Absent: the system chooses.
 };
 
-/// Sends one datagram whole. A source address that the host does not hold is EADDRNOTAVAIL or ENETUNREACH, as the
-/// system has it: a datagram never leaves with another source than the one asked for. (Linux/, Darwin/)
+/// Whether the card itself holds the address now: systems are content with a source address of any card. False when
+/// the system does not tell. (Linux/, Darwin/)
+[[nodiscard]] bool holdsAddress(const FileDescriptor& socket, std::uint32_t interfaceIndex, IPv4Address address);
+
+/// Sends one datagram whole. The card must hold the source address (see `holdsAddress`); one that the whole host lacks
+/// is EADDRNOTAVAIL or ENETUNREACH where the system notices. (Linux/, Darwin/)
 [[nodiscard]] int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, const Route& route);
 
 } // namespace DHCPCore::Sockets

@@ -9,8 +9,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <tuple>
 #include <utility>
 
 namespace DHCPCore {
@@ -70,6 +72,12 @@ int allowBroadcast(const FileDescriptor& socket) {
     return errorOf(::setsockopt(socket.number(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on));
 }
 
+/// Room for a burst that comes while leases are saved, as far as the system grants it.
+void askForRoom(const FileDescriptor& socket) {
+    constexpr int bytes = 1 << 20; // two to three thousand messages, which are read in less than a tenth of a second
+    std::ignore = ::setsockopt(socket.number(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+}
+
 int bindTo(const FileDescriptor& socket, const Endpoint& endpoint) {
     const sockaddr_in address = socketAddress(endpoint.address, endpoint.port);
     return errorOf(::bind(socket.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address));
@@ -94,6 +102,7 @@ void UDPTransport::open() {
     FileDescriptor socket = Sockets::open(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
     require("socket", socket.isOpen() ? 0 : errno);
     require("setsockopt SO_BROADCAST", allowBroadcast(socket));
+    askForRoom(socket);
     require("setsockopt IP_RECVIF", Sockets::reportArrivalInterface(socket));
 
     const std::uint32_t index =
@@ -141,14 +150,32 @@ void UDPTransport::send(std::span<const std::uint8_t> bytes, const ReplyDestinat
                                .port = endpoint.port,
                                .interfaceIndex = interfaceIndex_,
                                .source = mode_.isLoopback() ? std::nullopt : replySource_};
-    if (const int error = Sockets::send(socket_, bytes, route); error != 0) {
+    if (const int error = holdsSource(route) ? Sockets::send(socket_, bytes, route) : EADDRNOTAVAIL; error != 0) {
         throw TransportError("send to " + endpointText(endpoint), error);
     }
+}
+
+/// Whether the card holds the source asked for; asked once a millisecond, since in a burst the question would cost as
+/// much as a third of the answer.
+bool UDPTransport::holdsSource(const Sockets::Route& route) {
+    constexpr std::chrono::milliseconds patience{1};
+    if (!route.source) {
+        return true;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= askSourceAt_) {
+        if (!Sockets::holdsAddress(socket_, route.interfaceIndex, *route.source)) {
+            return false;
+        }
+        askSourceAt_ = now + patience;
+    }
+    return true;
 }
 
 void UDPTransport::adopt(FileDescriptor socket, std::uint32_t index) {
     socket_ = std::move(socket);
     interfaceIndex_ = index;
+    askSourceAt_ = {};
 }
 
 } // namespace DHCPCore

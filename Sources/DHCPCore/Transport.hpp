@@ -4,7 +4,9 @@
 #include "DHCPCore/Error.hpp"
 #include "DHCPCore/Events.hpp"
 #include "DHCPCore/FileDescriptor.hpp"
+#include "DHCPCore/Sockets.hpp"
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -93,11 +95,14 @@ class UDPTransport {
     void adopt(FileDescriptor socket, std::uint32_t index);
 
   private:
+    [[nodiscard]] bool holdsSource(const Sockets::Route& route);
+
     TransportMode mode_;
     std::optional<IPv4Address> replySource_;
     FileDescriptor socket_;
     Bytes buffer_; ///< Where a datagram is received; made once.
     std::uint32_t interfaceIndex_ = 0;
+    std::chrono::steady_clock::time_point askSourceAt_; ///< The card held the source address a moment ago.
 };
 
 } // namespace DHCPCore

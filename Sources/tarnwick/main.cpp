@@ -1,5 +1,6 @@
 #include "DHCPCore/DHCPCore.hpp"
 #include "DHCPCore/EventLog.hpp"
+#include "DHCPCore/FreeMemory.hpp"
 #include "DHCPCore/HostSetup.hpp"
 #include "DHCPCore/Interfaces.hpp"
 #include "DHCPCore/LogFileWriter.hpp"
@@ -144,6 +145,7 @@ class EventPrinter {
                 readerIsGone_ = true;
                 readerGone();
             }
+            tidyAfterBurst(events.waiting());
         }
         if (log_) {
             log_->flush();
@@ -151,6 +153,19 @@ class EventPrinter {
     }
 
   private:
+    /// The memory of a burst of events is not kept for the next one.
+    void tidyAfterBurst(std::size_t waiting) {
+        constexpr std::size_t many = 8192;
+        burst_ = burst_ || waiting > many;
+        if (burst_ && waiting == 0) {
+            burst_ = false;
+            if (log_) {
+                log_->flush();
+            }
+            DHCPCore::giveBackFreeMemory();
+        }
+    }
+
     /// @return as `printLine`. Any refusal but a broken pipe is reported, once; serving goes on.
     int print(std::string_view line) {
         const int error = printLine(line);
@@ -165,6 +180,7 @@ class EventPrinter {
     std::unique_ptr<LogFileWriter> log_;
     bool readerIsGone_ = false;
     bool refusalReported_ = false;
+    bool burst_ = false; ///< Many events were waiting a while ago.
 };
 
 DHCPServer::Options serverOptions(const ServeOptions& options, std::optional<DHCPCore::MACAddress> cardMAC) {
@@ -214,6 +230,7 @@ void serve(DHCPServer& server, EventPrinter& printer, const ServeOptions& option
 
     const auto events = server.events();
     std::thread consumer = DHCPCore::Threads::start("tarnwick.events", [&] {
+        DHCPCore::Threads::makeWayForOthers(); // answers go before reports
         printer.consume(*events, [&] { server.stop(); });
         loop.stop();
     });

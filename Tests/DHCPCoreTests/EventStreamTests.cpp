@@ -33,10 +33,36 @@ TEST(EventStreamTest, DeliversWhatWasYieldedBeforeItsEnd) {
     EXPECT_EQ(stream.next(), std::nullopt) << "an ended stream stays ended";
 }
 
+TEST(EventStreamTest, DeliversValuesThatCameTogetherInTheirOrder) {
+    EventStream<int> stream;
+    stream.yield(1);
+    stream.yieldAll({2, 3});
+    stream.yieldAll({});
+    stream.yield(4);
+    for (int expected = 1; expected <= 4; ++expected) {
+        EXPECT_EQ(stream.next(), expected);
+    }
+}
+
+TEST(EventStreamTest, CountsWhatIsYetToBeTaken) {
+    EventStream<int> stream;
+    EXPECT_EQ(stream.waiting(), 0U);
+    stream.yieldAll({1, 2});
+    stream.yield(3);
+    EXPECT_EQ(stream.waiting(), 3U);
+    EXPECT_EQ(stream.next(), 1);
+    EXPECT_EQ(stream.waiting(), 2U);
+    EXPECT_EQ(stream.next(), 2);
+    EXPECT_EQ(stream.next(), 3);
+    EXPECT_EQ(stream.waiting(), 0U);
+}
+
 TEST(EventStreamTest, IgnoresValuesAfterItsEnd) {
     EventStream<int> stream;
     stream.finish();
     stream.yield(1);
+    stream.yieldAll({2, 3});
+    EXPECT_EQ(stream.waiting(), 0U);
     EXPECT_EQ(stream.next(), std::nullopt);
 }
 

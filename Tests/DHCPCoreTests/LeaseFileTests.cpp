@@ -316,13 +316,10 @@ TEST_F(LeaseFileTest, MovesAMillionNestedBracketsAside) {
     }
 }
 
-TEST_F(LeaseFileTest, IgnoresAnUnknownKeyNestedAsDeepAsCanBe) {
-    const auto nested = [](std::size_t depth) {
-        return exampleWith(R"("version")",
-                           R"("x": )" + std::string(depth, '[') + std::string(depth, ']') + R"(, "version")");
-    };
-    EXPECT_EQ(loadText(nested(100)), loaded(exampleTable()));
-    EXPECT_EQ(loadText(nested(101)), (LeaseFile::LoadResult{.table = {}, .setAsideURL = folder / asideName}));
+TEST_F(LeaseFileTest, IgnoresAnUnknownKeyHoweverDeeplyItsValueIsNested) {
+    constexpr std::size_t million = 1000000;
+    const std::string value = std::string(million, '[') + std::string(million, ']');
+    EXPECT_EQ(loadText(exampleWith(R"("version")", R"("x": )" + value + R"(, "version")")), loaded(exampleTable()));
 }
 
 TEST_F(LeaseFileTest, LoadsADocumentWithDuplicateKeys) {

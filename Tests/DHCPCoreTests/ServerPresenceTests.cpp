@@ -45,7 +45,64 @@ TEST_F(ServerPresenceTest, ProbesEveryBoundLeaseThatHasNotExpired) {
     EXPECT_EQ(take(1),
               Events{presence(leaseUntil(now + seconds{1}, mac(2), ip(11)), PresenceState::offline, "no answer")});
     EXPECT_EQ(host->probes(), Probes{probeOf(ip(11))});
+}
+
+TEST_F(ServerPresenceTest, AsksWhoAnsweredOnlyWhenSomebodyDid) {
+    const Lease silent = boundLease(mac(1), ip(10));
+    const Lease lively = boundLease(mac(2), ip(11));
+    saveLeases(tableOf({silent, lively}));
+    host->answer(ip(11), answered);
+    start();
+    host->tick(seconds{10});
+    EXPECT_EQ(take(2).size(), 2U);
     EXPECT_EQ(host->arpReadings(), 1);
+}
+
+TEST_F(ServerPresenceTest, LeavesAThreadFreeForAProbeThatADeviceWaitsFor) {
+    constexpr std::uint8_t devices = 60;
+    constexpr std::size_t atATime = 48;
+    options.config.rangeEnd = ip(10 + devices);
+    LeaseTable table;
+    for (std::uint8_t number = 0; number < devices; ++number) {
+        table.upsert(boundLease(mac(number), ip(10 + number)));
+        host->hold(ip(10 + number));
+    }
+    saveLeases(table);
+    start();
+    host->tick(seconds{10});
+    EXPECT_TRUE(host->waitForProbes(atATime));
+    EXPECT_EQ(settled(), Events{});
+    EXPECT_EQ(host->probes().size(), atATime) << "the others wait for their turn";
+    host->tick(seconds{10});
+    EXPECT_EQ(settled(), Events{});
+    EXPECT_EQ(host->probes().size(), atATime) << "no cycle begins while one is under way";
+
+    for (std::uint8_t number = 0; number < devices; ++number) {
+        host->release(ip(10 + number));
+    }
+    EXPECT_EQ(take(devices).size(), devices);
+    EXPECT_EQ(host->probes().size(), devices);
+}
+
+TEST_F(ServerPresenceTest, PassesOverADeviceThatLostItsLeaseBeforeItsTurn) {
+    constexpr std::uint8_t devices = 50;
+    options.config.rangeEnd = ip(10 + devices);
+    LeaseTable table;
+    for (std::uint8_t number = 0; number < devices; ++number) {
+        table.upsert(boundLease(mac(number), ip(10 + number)));
+        host->hold(ip(10 + number));
+    }
+    saveLeases(table);
+    start();
+    host->tick(seconds{10});
+    EXPECT_TRUE(host->waitForProbes(48));
+    server->forgetLease(mac(49));
+    EXPECT_EQ(take(1), Events{removed(mac(49))});
+    for (std::uint8_t number = 0; number < devices; ++number) {
+        host->release(ip(10 + number));
+    }
+    EXPECT_EQ(take(49).size(), 49U);
+    EXPECT_EQ(std::ranges::count(host->probes(), probeOf(ip(10 + 49))), 0);
 }
 
 TEST_F(ServerPresenceTest, TellsWhatAnsweredAndWho) {

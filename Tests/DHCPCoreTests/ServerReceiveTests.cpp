@@ -2,7 +2,9 @@
 #include "Support/ServerHarness.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
+#include <thread>
 
 namespace DHCPCore {
 namespace {
@@ -79,6 +81,35 @@ TEST_F(ServerReceiveTest, DecidesByItsClock) {
         eventsOf(discover(mac(1)), 3),
         (Events{received(discover(mac(1))), changed(newlyOffered(mac(1), ip(10), later + Timing::offerHold, later)),
                 sent(DHCPMessageType::offer, ip(10), mac(1))}));
+}
+
+TEST_F(ServerReceiveTest, CountsMalformedPacketsOnceTooManyReportsWait) {
+    constexpr std::size_t reportsThatMayWait = 1U << 17U;
+    constexpr std::size_t burst = 64;
+    constexpr std::size_t packets = reportsThatMayWait + 10 * burst;
+    start();
+    const auto end = std::chrono::steady_clock::now() + patience;
+    for (std::size_t count = burst; count <= packets; count += burst) {
+        host->arrive(std::vector<Datagram>(burst, {.bytes = Bytes(1), .interfaceIndex = cardIndex, .source = {}}));
+        while (events->waiting() < std::min(count, reportsThatMayWait)) {
+            ASSERT_LT(std::chrono::steady_clock::now(), end);
+            std::this_thread::yield();
+        }
+    }
+    host->arrive({datagram(discover(mac(1)))});
+    EXPECT_TRUE(host->waitForSent(1)) << "nobody reads, and yet who asks is answered";
+    std::size_t reported = 0;
+    auto event = events->next(patience);
+    for (; event == dropped("malformed (too short (1 bytes))"); event = events->next(patience)) {
+        ++reported;
+    }
+    EXPECT_GE(reported, reportsThatMayWait);
+    EXPECT_LE(reported, reportsThatMayWait + 2 * burst);
+    EXPECT_EQ(event, received(discover(mac(1))));
+    EXPECT_EQ(take(2).size(), 2U);
+    EXPECT_EQ(eventsOf(discover(mac(1)), 4)[0],
+              info(std::to_string(packets - reported) +
+                   " malformed packets dropped without a line for each: they came faster than lines are read"));
 }
 
 TEST_F(ServerReceiveTest, DropsWhatArrivedOnAnotherCard) {

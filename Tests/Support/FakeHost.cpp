@@ -271,6 +271,7 @@ void FakeHost::takeReply(std::span<const std::uint8_t> bytes, const ReplyDestina
     }
     failAsTold(sendingFailures_, "send to " + destination.description());
     sent_.push_back({.packet = DHCPPacket::parse(bytes), .length = bytes.size(), .destination = destination});
+    changed_.notify_all();
 }
 
 std::vector<FakeHost::Timer> FakeHost::timers() {
@@ -364,6 +365,11 @@ std::vector<FakeHost::Probe> FakeHost::probes() {
 int FakeHost::arpReadings() {
     const std::lock_guard lock(mutex_);
     return arpReadings_;
+}
+
+bool FakeHost::waitForSent(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, patience, [&] { return sent_.size() >= count; });
 }
 
 bool FakeHost::waitForProbes(std::size_t count) {

@@ -89,6 +89,8 @@ class FakeHost : public std::enable_shared_from_this<FakeHost> {
     /// The next opening ends well, but with a descriptor that can't be watched.
     void openUnwatchable();
     [[nodiscard]] std::vector<SentReply> sent();
+    /// Waits until so many replies have left; false when they did not in time.
+    [[nodiscard]] bool waitForSent(std::size_t count);
     /// What was opened, or tried to be, in order.
     [[nodiscard]] std::vector<TransportMode> openings();
     /// The server's address as it was told to the last transport.

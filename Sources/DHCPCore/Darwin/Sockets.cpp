@@ -25,13 +25,6 @@ static_assert(IPPROTO_IP == 0 && IP_RECVIF == 20 && offsetof(sockaddr_dl, sdl_in
 /// The error number of a call that gives 0 on success.
 int errorOf(int result) { return result == 0 ? 0 : errno; }
 
-bool holdsAddress(std::uint32_t interfaceIndex, IPv4Address address) {
-    const auto name = nameOfInterface(interfaceIndex);
-    return name && std::ranges::any_of(Interfaces::interfaceAddresses(), [&](const InterfaceAddress& held) {
-               return held.name == *name && held.subnet.address == address;
-           });
-}
-
 } // namespace
 
 FileDescriptor open(int domain, int type, int protocol) {
@@ -60,12 +53,16 @@ std::optional<std::uint32_t> arrivalInterface(std::span<const std::uint8_t> cont
     return ControlMessages::arrivalInterface(control);
 }
 
+bool holdsAddress(const FileDescriptor& /*socket*/, std::uint32_t interfaceIndex, IPv4Address address) {
+    const auto name = nameOfInterface(interfaceIndex);
+    return name && std::ranges::any_of(Interfaces::interfaceAddresses(), [&](const InterfaceAddress& held) {
+               return held.name == *name && held.subnet.address == address;
+           });
+}
+
 int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, const Route& route) {
     // The socket is tied to the card, so that the source is an address of the card's: the one asked for, where the card
     // has no other.
-    if (route.source && !holdsAddress(route.interfaceIndex, *route.source)) {
-        return EADDRNOTAVAIL;
-    }
     const sockaddr_in destination = socketAddress(route.destination, route.port);
     const ssize_t sent = ::sendto(socket.number(), bytes.data(), bytes.size(), 0,
                                   reinterpret_cast<const sockaddr*>(&destination), sizeof destination);

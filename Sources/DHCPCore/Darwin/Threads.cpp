@@ -1,6 +1,7 @@
 #include "DHCPCore/Threads.hpp"
 
 #include <pthread.h>
+#include <pthread/qos.h>
 
 namespace DHCPCore::Threads {
 
@@ -8,5 +9,7 @@ void nameCurrent(const std::string& name) {
     constexpr std::size_t longestName = 63; // the kernel keeps 64 bytes with the closing zero
     ::pthread_setname_np(name.substr(0, longestName).c_str());
 }
+
+void makeWayForOthers() { ::pthread_set_qos_class_self_np(QOS_CLASS_UTILITY, 0); }
 
 } // namespace DHCPCore::Threads

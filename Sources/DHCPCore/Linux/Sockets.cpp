@@ -55,24 +55,6 @@ std::vector<ifreq> addressesOfHost(const FileDescriptor& socket) {
     return {};
 }
 
-/// Whether the card itself holds the address: the kernel is content with an address of any card. Two system calls, as
-/// this is asked for every datagram.
-bool holdsAddress(const FileDescriptor& socket, std::uint32_t interfaceIndex, IPv4Address address) {
-    ifreq card{};
-    card.ifr_ifindex = static_cast<int>(interfaceIndex);
-    if (::ioctl(socket.number(), SIOCGIFNAME, &card) != 0) {
-        return false;
-    }
-    const std::string_view name = card.ifr_name;
-    const std::vector<ifreq> entries = addressesOfHost(socket);
-    return std::ranges::any_of(entries, [&](const ifreq& entry) {
-        const std::string_view label = entry.ifr_name; // "en5", or "en5:1" for an address with a name of its own
-        sockaddr_in held{};
-        std::memcpy(&held, &entry.ifr_addr, sizeof held);
-        return label.substr(0, label.find(':')) == name && held.sin_addr.s_addr == htonl(address.value);
-    });
-}
-
 } // namespace
 
 FileDescriptor open(int domain, int type, int protocol) {
@@ -114,10 +96,23 @@ std::optional<std::uint32_t> arrivalInterface(std::span<const std::uint8_t> cont
     return std::nullopt;
 }
 
-int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, const Route& route) {
-    if (route.source && !holdsAddress(socket, route.interfaceIndex, *route.source)) {
-        return EADDRNOTAVAIL;
+bool holdsAddress(const FileDescriptor& socket, std::uint32_t interfaceIndex, IPv4Address address) {
+    ifreq card{};
+    card.ifr_ifindex = static_cast<int>(interfaceIndex);
+    if (::ioctl(socket.number(), SIOCGIFNAME, &card) != 0) {
+        return false;
     }
+    const std::string_view name = card.ifr_name;
+    const std::vector<ifreq> entries = addressesOfHost(socket);
+    return std::ranges::any_of(entries, [&](const ifreq& entry) {
+        const std::string_view label = entry.ifr_name; // "en5", or "en5:1" for an address with a name of its own
+        sockaddr_in held{};
+        std::memcpy(&held, &entry.ifr_addr, sizeof held);
+        return label.substr(0, label.find(':')) == name && held.sin_addr.s_addr == htonl(address.value);
+    });
+}
+
+int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, const Route& route) {
     sockaddr_in destination = socketAddress(route.destination, route.port);
     // The system's structures ask for writable memory that sending never writes to.
     iovec payload{.iov_base = const_cast<std::uint8_t*>(bytes.data()), .iov_len = bytes.size()};
