@@ -53,7 +53,7 @@ TheVerbsOfTheCompanionsPageAreThoseOfTheCompanion() {
 
 EverySentenceOfTheServerIsExplained() {
     need_pages
-    need man
+    need man python3
     plain tarnwick.8 >"$scratch/page"
     # A word for a program without a name, and two names of types in errors of the library.
     expect_equal "sentences that the page does not show" "another program

@@ -55,4 +55,21 @@ TwoPackagesOfOneTreeAreTheSameBytes() {
     diff -r "$scratch/packages" "$scratch/again"
 }
 
+# By scripts/install-networksetup, which ./run.sh calls when root runs it.
+TheBuiltCompanionNeverReplacesThePackagedOne() {
+    [ "$(id -u)" -eq 0 ] || skip "only root installs"
+    mkdir "$scratch/bin"
+    printf '#!/bin/sh\necho tarnwick networksetup 0.0.1\n' >"$scratch/networksetup"
+    printf '#!/bin/sh\n[ "$*" = "-S %s" ]\n' "$scratch/networksetup" >"$scratch/bin/dpkg-query"
+    chmod +x "$scratch/networksetup" "$scratch/bin/dpkg-query"
+    cp "$scratch/networksetup" "$scratch/before"
+    local said status=0
+    said=$(PATH=$scratch/bin:$PATH "$source_dir/scripts/install-networksetup" "$build_dir/networksetup" \
+        "$scratch/networksetup" 2>&1) || status=$?
+    expect_equal "what it says" "install-networksetup: $scratch/networksetup belongs to an installed package and stays as it is" \
+        "$said"
+    expect_equal "exit status" 1 "$status"
+    cmp "$scratch/before" "$scratch/networksetup"
+}
+
 "$@"
