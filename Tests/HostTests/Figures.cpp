@@ -1,4 +1,6 @@
-// Measures the built tool on a card: how quickly it answers, how much memory it takes, and what it does while idle.
+// Measures the built tool on a card: how quickly it answers, how much memory it takes, and what it does while idle and
+// beside devices that are silent.
+#include "DHCPCore/LeaseFile.hpp"
 #include "DHCPCore/TextPieces.hpp"
 #include "HostTests/Lab.hpp"
 #include "HostTests/Wire.hpp"
@@ -15,6 +17,9 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <filesystem>
+#include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -31,7 +36,8 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 /// The tool, serving the lab's card with a lease file of its own.
 class Server {
   public:
-    explicit Server(const Lab& lab) : tool_(setting(lab)) { await("  LINK "); }
+    /// Starts with these leases.
+    explicit Server(const Lab& lab, const LeaseTable& leases = {}) : tool_(setting(lab, leases)) { await("  LINK "); }
 
     void await(const std::string& text) {
         const std::vector<std::string> lines = tool_.linesThrough(text);
@@ -61,6 +67,10 @@ class Server {
         throw std::runtime_error("the system does not tell what memory the server has");
     }
 
+    [[nodiscard]] std::ptrdiff_t threads() const {
+        return std::distance(std::filesystem::directory_iterator(fmt::format("/proc/{}/task", tool_.pid())), {});
+    }
+
     /// The processor time that it has taken so far.
     [[nodiscard]] Milliseconds processorTime() const {
         clockid_t clock{};
@@ -72,9 +82,12 @@ class Server {
     }
 
   private:
-    [[nodiscard]] ToolProcess::Setting setting(const Lab& lab) const {
-        return {.arguments = {"serve", "--iface", "en5", "--leases", (folder_ / "leases.json").string()},
-                .prefix = lab.host().prefix()};
+    [[nodiscard]] ToolProcess::Setting setting(const Lab& lab, const LeaseTable& leases) const {
+        const auto file = folder_ / "leases.json";
+        LeaseFile{.url = file}.save(leases);
+        return {
+            .arguments = {"serve", "--iface", "en5", "--range", "192.168.0.2-192.168.0.254", "--leases", file.string()},
+            .prefix = lab.host().prefix()};
     }
 
     static constexpr const char* offline = "  OFFLINE ";
@@ -132,6 +145,35 @@ void measureIdleness(const Lab& lab, std::chrono::seconds span) {
                (server.processorTime() - before).count());
 }
 
+/// One presence cycle of devices that are known to be silent.
+void measureSilentDevices(const Lab& lab) {
+    constexpr std::uint8_t devices = 250;
+    constexpr std::chrono::milliseconds step{10};
+    LeaseTable leases;
+    for (std::uint8_t number = 0; number < devices; ++number) {
+        leases.upsert({.mac = deviceNumber(number),
+                       .ip = IPv4Address{192, 168, 0, static_cast<std::uint8_t>(2 + number)},
+                       .state = Lease::State::bound,
+                       .expiresAt = currentDate() + std::chrono::hours{1},
+                       .hostname = std::nullopt,
+                       .vendorClass = std::nullopt,
+                       .clientID = std::nullopt,
+                       .firstSeen = currentDate(),
+                       .lastSeen = currentDate()});
+    }
+    Server server(lab, leases);
+    server.awaitOffline(devices);
+    const auto end = Clock::now() + Timing::presenceInterval;
+    const Milliseconds before = server.processorTime();
+    std::ptrdiff_t mostThreads = 0;
+    while (Clock::now() < end) {
+        mostThreads = std::max(mostThreads, server.threads());
+        std::this_thread::sleep_for(step);
+    }
+    fmt::print("Presence cycle of {} silent devices: {:.1f} ms of processor time, {} threads of the process\n", devices,
+               (server.processorTime() - before).count(), mostThreads);
+}
+
 } // namespace
 } // namespace Tarnwick
 
@@ -147,6 +189,7 @@ int main() {
         const Wire wire(device.network(), "eth0");
         measureLatency(lab, wire);
         measureMemory(lab, wire);
+        measureSilentDevices(lab);
         measureIdleness(lab, std::chrono::seconds{60});
         return EXIT_SUCCESS;
     } catch (const std::exception& error) {
