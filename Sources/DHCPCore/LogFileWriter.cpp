@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <tuple>
+#include <unistd.h>
 #include <utility>
 
 namespace DHCPCore {
@@ -37,6 +38,20 @@ FileDescriptor openForAppending(const std::filesystem::path& path) {
     return file;
 }
 
+/// Appends the line; what the system refuses is dropped. Half a line does not stay: the next one would continue it.
+void appendLine(const FileDescriptor& file, const std::string& line) {
+    struct stat before {};
+    struct stat after {};
+    if (::fstat(file.number(), &before) != 0 || writeAll(file.number(), line) == 0) {
+        return;
+    }
+    const auto length = static_cast<off_t>(line.size());
+    if (::fstat(file.number(), &after) == 0 && after.st_size > before.st_size &&
+        after.st_size < before.st_size + length) { // else it is not ours alone
+        std::ignore = ::ftruncate(file.number(), before.st_size);
+    }
+}
+
 } // namespace
 
 LogFileWriter::LogFileWriter(std::filesystem::path folder) : directory_(std::move(folder)) {}
@@ -54,7 +69,7 @@ void LogFileWriter::append(std::string line, Date date) {
         createDirectories(directory_);
         const FileDescriptor file = openForAppending(directory_ / fileName(date));
         if (file.isOpen()) {
-            std::ignore = writeAll(file.number(), text + '\n'); // what the system refuses is dropped
+            appendLine(file, text + '\n');
         }
     });
 }
