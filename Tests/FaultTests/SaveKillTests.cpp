@@ -27,11 +27,12 @@ namespace {
 
 using namespace TestSupport; // NOLINT(*-build-using-namespace): the words of the tests
 
+constexpr int usualKills = 100;
+
 /// How often to kill; `scripts/kill-saves` asks for more.
 int killsWanted() {
-    constexpr int usual = 100;
     const char* const wanted = std::getenv("TARNWICK_KILLS"); // NOLINT(concurrency-mt-unsafe): one thread tests
-    return wanted == nullptr ? usual : std::stoi(wanted);
+    return wanted == nullptr ? usualKills : std::stoi(wanted);
 }
 
 Lease leaseOf(std::uint32_t number) {
@@ -153,8 +154,11 @@ TEST(SaveKillTest, FindsTheLastSavedDocumentOrTheNextOneAfterEveryKill) {
     if (std::filesystem::is_directory("/dev/shm")) { // in memory, where a save is mostly writing
         const Toll more = killSavers("/dev/shm", kills - kills / 2);
         toll.cutShort += more.cutShort;
+        toll.unreported += more.unreported;
     }
-    EXPECT_GT(toll.cutShort, 0) << "no kill came while a document was being written";
+    if (kills >= usualKills) {
+        EXPECT_GT(toll.cutShort + toll.unreported, 0) << "no kill came during a save";
+    }
 }
 
 } // namespace

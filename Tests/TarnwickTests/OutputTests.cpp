@@ -27,7 +27,7 @@ constexpr std::uint32_t many = 3000; // DISCOVERs, whose lines are more than ten
 class StalledOutputTest : public testing::Test {
   protected:
     [[nodiscard]] std::vector<std::string> arguments(const std::vector<std::string>& further = {}) const {
-        std::vector<std::string> all = client_.serveArguments({"--leases", leases_.string()});
+        std::vector<std::string> all = client.serveArguments({"--leases", leases.string()});
         all.insert(all.end(), further.begin(), further.end());
         return all;
     }
@@ -37,15 +37,15 @@ class StalledOutputTest : public testing::Test {
         for (std::uint32_t xid = 1; xid <= many; ++xid) {
             DHCPPacket discover = message(DHCPMessageType::discover);
             discover.xid = xid;
-            const DHCPPacket answer = client_.ask(discover);
+            const DHCPPacket answer = client.ask(discover);
             ASSERT_EQ(answer.messageType(), DHCPMessageType::offer);
             ASSERT_EQ(answer.xid, xid);
         }
     }
 
-    LoopbackClient client_;
-    TemporaryDirectory folder_;
-    std::filesystem::path leases_ = folder_ / "leases.json";
+    LoopbackClient client;
+    TemporaryDirectory folder;
+    std::filesystem::path leases = folder / "leases.json";
 };
 
 TEST_F(StalledOutputTest, KeepsNoDeviceWaitingAndLosesNoLine) {
@@ -81,10 +81,10 @@ TEST_F(StalledOutputTest, DoesNotKeepTheLeasesFromBeingSavedAtTheEnd) {
     discoverAgainAndAgain();
     tool.signal(SIGINT);
     const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (!std::filesystem::exists(leases_) && std::chrono::steady_clock::now() < deadline) {
+    while (!std::filesystem::exists(leases) && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds{1}); // nobody has read a line
     }
-    EXPECT_EQ(json::parse(readText(leases_))["leases"][0]["state"], "offered");
+    EXPECT_EQ(json::parse(readText(leases))["leases"][0]["state"], "offered");
     EXPECT_TRUE(tool.rest().ends_with("  STOP         server stopped\n"));
     EXPECT_EQ(tool.wait(), 0);
 }
@@ -96,7 +96,7 @@ TEST_F(StalledOutputTest, EndsInOrderWhenTheReaderGoesAwayInTheEnd) {
     tool.closeOutput();
     EXPECT_EQ(tool.wait(), 0);
     EXPECT_EQ(tool.errors(), "");
-    EXPECT_EQ(json::parse(readText(leases_))["leases"][0]["state"], "offered");
+    EXPECT_EQ(json::parse(readText(leases))["leases"][0]["state"], "offered");
 }
 
 } // namespace
