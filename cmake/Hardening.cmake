@@ -1,11 +1,16 @@
 # What makes a fault harder to exploit, in all our code and in the programs made of it: position-independent, stack
 # protectors, checked calls of the C library, tables that are read-only once the program runs. The compilers differ in
-# what they know. macOS' linker does its part unasked; the sanitizers do more, and differently.
+# what they know. On macOS most of it is the system's own habit; the sanitizers do more, and differently.
 include(CheckCXXCompilerFlag)
 include(CheckCXXSourceCompiles)
 
 function(tarnwick_harden target)
-    foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection=full -mbranch-protection=standard)
+    target_compile_options(${target} INTERFACE -fstack-protector-strong)
+    if(NOT TARNWICK_PLATFORM STREQUAL "Linux")
+        return()
+    endif()
+
+    foreach(flag -fstack-clash-protection -fcf-protection=full -mbranch-protection=standard)
         string(MAKE_C_IDENTIFIER "TARNWICK_HAS${flag}" known)
         check_cxx_compiler_flag(${flag} ${known})
         if(${known})
@@ -25,9 +30,7 @@ function(tarnwick_harden target)
         $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE>
         $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-D_FORTIFY_SOURCE=${level}>)
 
-    if(TARNWICK_PLATFORM STREQUAL "Linux")
-        # Not -fPIC, as CMake has it for libraries: what could be replaced at run time can't be inlined.
-        target_compile_options(${target} INTERFACE -fPIE)
-        target_link_options(${target} INTERFACE -pie LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
-    endif()
+    # Not -fPIC, as CMake has it for libraries: what could be replaced at run time can't be inlined.
+    target_compile_options(${target} INTERFACE -fPIE)
+    target_link_options(${target} INTERFACE -pie LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
 endfunction()
