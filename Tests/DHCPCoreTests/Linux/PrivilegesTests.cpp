@@ -30,7 +30,9 @@ bool hasGivenUpTheRest() {
 TEST(PrivilegesTest, GivesUpAllButThoseForServingAndMayBeAskedTwice) {
     const pid_t child = ::fork(); // it is for good, and the other tests need theirs
     if (child == 0) {
-        ::_exit(hasGivenUpTheRest() && hasGivenUpTheRest() ? 0 : 1);
+        const bool once = hasGivenUpTheRest();
+        const bool twice = hasGivenUpTheRest();
+        ::_exit(once && twice ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
