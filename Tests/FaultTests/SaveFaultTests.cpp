@@ -123,8 +123,15 @@ TEST_F(FaultTest, KeepsTheOldDocumentWhicheverCallIsRefused) {
 
 TEST_F(FaultTest, SaysWhichFolderCouldNotBeMade) {
     const LeaseFile deep{.url = folder / "a" / "leases.json"};
-    EXPECT_EQ(failureOf([&deep] { deep.save(newTable); }, 0, {Fate::Fails{ENOSPC}}),
-              fmt::format("Could not create {}: {}", (folder / "a").string(), systemText(ENOSPC)));
+    const InjectedFaults faults(
+        [](const SystemCall& call) { return call.kind == Kind::mkdir ? Fate{Fate::Fails{ENOSPC}} : Fate{}; });
+    try {
+        deep.save(newTable);
+        ADD_FAILURE() << "nothing was refused";
+    } catch (const LeaseFileError& error) {
+        EXPECT_EQ(error.description(),
+                  fmt::format("Could not create {}: {}", (folder / "a").string(), systemText(ENOSPC)));
+    }
     EXPECT_EQ(folder.names(), Names{});
 }
 
