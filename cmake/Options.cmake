@@ -9,6 +9,9 @@ if(TARNWICK_SANITIZE)
     target_compile_options(tarnwick_options INTERFACE
         -fsanitize=${TARNWICK_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(tarnwick_options INTERFACE -fsanitize=${TARNWICK_SANITIZE})
+else()
+    include(${CMAKE_CURRENT_LIST_DIR}/Hardening.cmake)
+    tarnwick_harden(tarnwick_options)
 endif()
 
 add_library(tarnwick_asio INTERFACE)

@@ -1,9 +1,11 @@
 #include "DHCPCore/FileReplacement.hpp"
 
 #include "DHCPCore/FileDescriptor.hpp"
+#include "DHCPCore/TextPieces.hpp"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -12,6 +14,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <tuple>
@@ -24,7 +27,7 @@ namespace {
 
 constexpr mode_t directoryMode = 0755;
 constexpr mode_t newFileMode = 0644;
-constexpr mode_t permissionBits = 07777;
+constexpr mode_t permissionBits = 0777; // nothing runs with another user's rights because it stood in a file's place
 
 [[noreturn]] void fail(std::string_view deed, const std::string& name, int number) {
     throw FileReplacementError(fmt::format("Could not {} {}: {}", deed, name, systemText(number)));
@@ -41,6 +44,19 @@ std::string randomUUID() {
     words[2] = (words[2] & 0x3FFFFFFFU) | 0x80000000U; // the variant of this RFC
     return fmt::format("{:08X}-{:04X}-{:04X}-{:04X}-{:04X}{:08X}", words[0], words[1] >> 16U, words[1] & 0xFFFFU,
                        words[2] >> 16U, words[2] & 0xFFFFU, words[3]);
+}
+
+/// Whether the text looks like what `randomUUID` makes.
+bool isUUID(std::string_view text) {
+    constexpr std::string_view form = "XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX";
+    return std::ranges::equal(text, form, [](char character, char place) {
+        return place == '-' ? character == '-' : isDecimalDigit(character) || (character >= 'A' && character <= 'F');
+    });
+}
+
+/// How the names of the hidden files begin that are to take this file's place; a UUID follows.
+std::string hiddenPrefix(const std::filesystem::path& file) {
+    return fmt::format(".{}.tmp-", file.filename().string());
 }
 
 /// Makes a directory and those above it that are missing.
@@ -75,7 +91,7 @@ class HiddenFile {
   public:
     explicit HiddenFile(std::filesystem::path target)
         : target_(std::move(target)), name_(target_.filename().string()),
-          path_(target_.parent_path() / fmt::format(".{}.tmp-{}", name_, randomUUID())) {
+          path_(target_.parent_path() / (hiddenPrefix(target_) + randomUUID())) {
         const auto replaced = regularFileStatus(target_);
         // Never wider than the mode it ends with: the content may be for few eyes.
         const mode_t mode = replaced ? replaced->st_mode & newFileMode : newFileMode;
@@ -86,6 +102,8 @@ class HiddenFile {
         if (!descriptor_.isOpen()) {
             fail("write", name_, errno);
         }
+        // Tells `removeLeftovers` that somebody is at work here; where files can't be locked, it removes nothing.
+        std::ignore = ::flock(descriptor_.number(), LOCK_EX | LOCK_NB);
         if (replaced && !takeOver(*replaced)) {
             const int number = errno;
             remove(); // no destructor runs when a constructor throws
@@ -148,6 +166,18 @@ class HiddenFile {
     bool isInPlace_ = false;
 };
 
+/// Whether a hidden file is one of ours, or of the file's owner, that nobody is writing any more.
+bool isLeftover(const std::filesystem::path& hidden, const std::filesystem::path& file) {
+    const FileDescriptor descriptor(::open(hidden.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (!descriptor.isOpen() || ::fstat(descriptor.number(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return false;
+    }
+    const auto replaced = regularFileStatus(file); // root gives its hidden file to that one's owner
+    const bool isOurs = status.st_uid == ::geteuid() || (replaced && status.st_uid == replaced->st_uid);
+    return isOurs && ::flock(descriptor.number(), LOCK_EX | LOCK_NB) == 0;
+}
+
 } // namespace
 
 void replaceFile(const std::filesystem::path& file, std::string_view content) {
@@ -158,6 +188,20 @@ void replaceFile(const std::filesystem::path& file, std::span<const std::string_
     HiddenFile replacement(file);
     replacement.write(pieces);
     replacement.putInPlace();
+}
+
+void removeLeftovers(const std::filesystem::path& file) {
+    const std::string prefix = hiddenPrefix(file);
+    const auto folder = file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
+    std::error_code error;
+    const std::filesystem::directory_iterator end;
+    for (std::filesystem::directory_iterator entry(folder, error); !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        if (name.starts_with(prefix) && isUUID(std::string_view(name).substr(prefix.size())) &&
+            isLeftover(entry->path(), file)) {
+            ::unlink(entry->path().c_str());
+        }
+    }
 }
 
 } // namespace DHCPCore

@@ -146,6 +146,8 @@ void LeaseFile::save(const LeaseTable& table, LeaseDocument& document) const {
     }
 }
 
+void LeaseFile::removeLeftovers() const { DHCPCore::removeLeftovers(url); }
+
 std::string LeaseFile::stamp(Date date) {
     const CalendarTime time = calendarTime(date, TimeZone::current());
     return fmt::format("{:04}{:02}{:02}-{:02}{:02}{:02}", time.year, time.month, time.day, time.hour, time.minute,

@@ -47,6 +47,9 @@ struct LeaseFile {
     /// The same with a document that is kept from one save to the next, and costs what has changed.
     void save(const LeaseTable& table, LeaseDocument& document) const;
 
+    /// Removes the temporary files of saves that were cut short by the end of their process, and nothing else.
+    void removeLeftovers() const;
+
     /// The time stamp of a file moved aside, in the host's time zone, as in "20250314-093005".
     [[nodiscard]] static std::string stamp(Date date);
 

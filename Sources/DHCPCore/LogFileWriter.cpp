@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
@@ -40,9 +41,20 @@ FileDescriptor openForAppending(const std::filesystem::path& path) {
     return file;
 }
 
-/// Whether the file has an end to append to: a pipe, a socket and a terminal have none. (Not by `fstat`: once asked for
-/// its times, a file has them written anew with every line.)
-bool hasEnd(const FileDescriptor& file) { return ::lseek(file.number(), 0, SEEK_END) >= 0; }
+/// Appends the line to a file that has an end: a pipe, a socket and a terminal have none. What the system refuses is
+/// dropped, and half a line does not stay: the next one would continue it. (The end is not asked for by `fstat`: once
+/// asked for its times, a file has them written anew with every line.)
+void appendLine(const FileDescriptor& file, std::string_view line) {
+    const off_t end = ::lseek(file.number(), 0, SEEK_END);
+    if (end < 0 || writeAll(file.number(), line) == 0) {
+        return;
+    }
+    struct stat status {};
+    if (::fstat(file.number(), &status) == 0 && status.st_size > end &&
+        status.st_size < end + static_cast<off_t>(line.size())) { // else it is not ours alone
+        std::ignore = ::ftruncate(file.number(), end);
+    }
+}
 
 std::string fileNameOf(const CalendarTime& day) {
     return fmt::format("{:04}-{:02}-{:02}.log", day.year, day.month, day.day);
@@ -81,8 +93,8 @@ void LogFileWriter::writeWaiting() {
 
 void LogFileWriter::write(const Line& line) {
     const FileDescriptor file = openForAppending(fileOf(line.date));
-    if (file.isOpen() && hasEnd(file)) {
-        std::ignore = writeAll(file.number(), line.text); // what the system refuses is dropped
+    if (file.isOpen()) {
+        appendLine(file, line.text);
     }
 }
 

@@ -126,6 +126,7 @@ void DHCPServer::loadLeases() {
     try {
         LeaseFile::LoadResult result = options_.leaseFile.load(clock_());
         table_ = std::move(result.table);
+        options_.leaseFile.removeLeftovers();
         if (result.setAsideURL) {
             Notice notice = Notice::leaseFileSetAside(*result.setAsideURL);
             raise(notice.kind, std::move(notice.message));

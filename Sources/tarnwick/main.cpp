@@ -5,6 +5,7 @@
 #include "DHCPCore/Interfaces.hpp"
 #include "DHCPCore/LogFileWriter.hpp"
 #include "DHCPCore/Preflight.hpp"
+#include "DHCPCore/Privileges.hpp"
 #include "DHCPCore/Server.hpp"
 #include "DHCPCore/Threads.hpp"
 #include "tarnwick/CommandLine.hpp"
@@ -214,6 +215,13 @@ void blockInterrupts() {
     ::pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
 }
 
+/// Whoever runs the server as root may still serve where the system refuses to take rights away.
+void giveUpPrivileges() {
+    if (const int error = DHCPCore::Privileges::keepOnlyThoseForServing(); error != 0) {
+        printError("rights that serving does not need could not be given up: " + DHCPCore::systemText(error));
+    }
+}
+
 /// Serves until SIGINT, or until nobody reads standard output.
 void serve(DHCPServer& server, EventPrinter& printer, const ServeOptions& options) {
     asio::io_context loop;
@@ -256,6 +264,7 @@ int runServe(const ServeOptions& options) {
             return exitFailure;
         }
         cardMAC = card.mac;
+        giveUpPrivileges(); // the checks may have needed them; no thread of ours runs yet
         log = std::make_unique<LogFileWriter>(LogFileWriter::defaultDirectory());
     }
     const auto server = std::make_shared<DHCPServer>(serverOptions(options, cardMAC));

@@ -9,8 +9,10 @@
 #include <chrono>
 #include <csignal>
 #include <iterator>
+#include <regex>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <thread>
 
 namespace Tarnwick {
 
@@ -86,6 +88,30 @@ std::vector<std::string> HostTest::stop(ToolProcess& tool) {
     EXPECT_EQ(tool.wait(), 0);
     EXPECT_EQ(tool.errors(), "");
     return events;
+}
+
+std::string HostTest::logged(const ToolProcess& tool) {
+    std::vector<std::filesystem::path> files;
+    if (std::filesystem::is_directory(logFolder(tool))) {
+        std::ranges::copy(std::filesystem::directory_iterator(logFolder(tool)), std::back_inserter(files));
+    }
+    std::ranges::sort(files);
+    std::string text;
+    for (const auto& file : files) {
+        EXPECT_TRUE(std::regex_match(file.filename().string(), std::regex(R"(\d{4}-\d\d-\d\d\.log)"))) << file;
+        text += TestSupport::readText(file);
+    }
+    return text;
+}
+
+void HostTest::awaitLogged(const ToolProcess& tool, const std::string& text) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (logged(tool).find(text) == std::string::npos) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            FAIL() << "no \"" << text << "\" was logged, but: " << logged(tool);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+    }
 }
 
 bool tells(const std::vector<std::string>& events, const std::string& start) {

@@ -44,6 +44,15 @@ class HostTest : public testing::Test {
     /// Stops the server as Ctrl-C does. @return the events since the last line that was read, without their times.
     static std::vector<std::string> stop(ToolProcess& tool);
 
+    /// Where the tool keeps its log files.
+    [[nodiscard]] static std::filesystem::path logFolder(const ToolProcess& tool) {
+        return tool.home() / ".local/state/Tarnwick";
+    }
+    /// What the tool's log files hold: one of them, or two at midnight; empty where there is no such folder.
+    [[nodiscard]] static std::string logged(const ToolProcess& tool);
+    /// Waits until they hold the text. Fails the test when they do not in time.
+    static void awaitLogged(const ToolProcess& tool, const std::string& text);
+
   private:
     std::optional<Lab> lab_;
     DHCPCore::TestSupport::TemporaryDirectory folder_;

@@ -8,9 +8,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <filesystem>
-#include <iterator>
-#include <regex>
 
 namespace Tarnwick {
 namespace {
@@ -42,20 +39,6 @@ class ServingTest : public HostTest {
     [[nodiscard]] ToolProcess::Setting servingOneAddress() const {
         keepLeases({keptLease(mac(77), "192.168.0.100"_ip)});
         return serving({"--range", "192.168.0.100-192.168.0.100"});
-    }
-
-    /// What the tool's log files hold: one of them, or two at midnight.
-    [[nodiscard]] static std::string logged(const ToolProcess& tool) {
-        std::vector<std::filesystem::path> files;
-        std::ranges::copy(std::filesystem::directory_iterator(tool.home() / ".local/state/Tarnwick"),
-                          std::back_inserter(files));
-        std::ranges::sort(files);
-        std::string text;
-        for (const auto& file : files) {
-            EXPECT_TRUE(std::regex_match(file.filename().string(), std::regex(R"(\d{4}-\d\d-\d\d\.log)"))) << file;
-            text += readText(file);
-        }
-        return text;
     }
 };
 

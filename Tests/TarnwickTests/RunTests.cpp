@@ -158,6 +158,29 @@ TEST_F(RunTest, KeepsLeasesFromOneRunToTheNext) {
     EXPECT_EQ(client_.ask(message(DHCPMessageType::discover, 2)).yiaddr, (IPv4Address{192, 168, 0, 101}));
 }
 
+TEST_F(RunTest, FindsEveryAcknowledgedLeaseAfterItWasKilled) {
+    for (std::uint8_t device = 1; device <= 10; ++device) {
+        ToolProcess tool(arguments());
+        tool.linesThrough("START");
+        bind(device);
+        tool.signal(SIGKILL);
+        EXPECT_EQ(tool.wait(), 128 + SIGKILL);
+        const json leases = json::parse(readText(leases_))["leases"];
+        ASSERT_EQ(leases.size(), device);
+        EXPECT_EQ(leases.back()["mac"], deviceMAC(device).description());
+        EXPECT_EQ(leases.back()["state"], "bound");
+    }
+}
+
+TEST_F(RunTest, RemovesAtItsStartWhatAKilledRunLeftBesideTheLeaseFile) {
+    writeText(leases_, document("192.168.0.109"));
+    writeText(folder_ / ".leases.json.tmp-6F1C2B0E-5D7A-4C1B-9E3F-0A1B2C3D4E5F", "{");
+    writeText(folder_ / ".leases.json.tmp-mine", "another's");
+    ToolProcess tool(arguments());
+    EXPECT_EQ(withoutTime(tool.linesThrough("START").back()), startLine);
+    EXPECT_EQ(folder_.names(), (std::vector<std::string>{".leases.json.tmp-mine", "leases.json"}));
+}
+
 TEST_F(RunTest, DropsALeaseThatLiesOutsideTheRange) {
     writeText(leases_, document("192.168.0.99"));
     ToolProcess tool(arguments());
