@@ -12,7 +12,6 @@
 #include <cmath>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <stdexcept>
 
 namespace DHCPLoad {
@@ -65,6 +64,23 @@ bool isObjectOfTexts(std::string_view line) {
     const auto object = nlohmann::json::parse(line, nullptr, false);
     return object.is_object() && object.contains("event") &&
            std::ranges::all_of(object, [](const auto& value) { return value.is_string(); });
+}
+
+/// As in "13:04:05.007  RX DISCOVER  02:00:00:00:00:01 ...": time, label of twelve columns, text.
+bool isEvent(std::string_view line) {
+    constexpr std::string_view time = "00:00:00.000  ";
+    constexpr std::size_t labelLength = 12;
+    constexpr std::string_view inLabels = "ABCDEFGHIJKLMNOPQRSTUVWXYZ? ";
+    if (line.size() <= time.size() + labelLength + 1) {
+        return false;
+    }
+    const auto isTime = std::ranges::equal(line.substr(0, time.size()), time, [](char found, char pattern) {
+        return pattern == '0' ? isDecimalDigit(found) : found == pattern;
+    });
+    const std::string_view label = line.substr(time.size(), labelLength);
+    const std::string_view text = line.substr(time.size() + labelLength);
+    return isTime && label.front() != ' ' && label.find_first_not_of(inLabels) == label.npos && text[0] == ' ' &&
+           text[1] != ' ';
 }
 
 /// The samples of the server's longest life, without the time in which it warmed up.
@@ -204,14 +220,13 @@ std::vector<std::string> doubleHolds(std::vector<Hold> holds) {
 }
 
 bool isWellFormed(std::string_view line) {
-    static const std::regex event(R"(\d\d:\d\d:\d\d\.\d\d\d  (?=.{12,} \S)[A-Z]+( [A-Z?]+)? *\S.*)");
     if (hasControlCharacter(line)) {
         return false;
     }
     if (line.starts_with('{')) {
         return isObjectOfTexts(line);
     }
-    return line.starts_with("✓ ") || line.starts_with("⚠ ") || std::regex_match(line.begin(), line.end(), event);
+    return line.starts_with("✓ ") || line.starts_with("⚠ ") || isEvent(line);
 }
 
 std::vector<Trend> trends(std::span<const Sample> samples) {

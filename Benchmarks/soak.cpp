@@ -24,6 +24,7 @@ using namespace DHCPLoad;
 
 constexpr std::string_view usage = R"(usage:
   dhcp-soak devices --iface CARD --holds FILE [--clients 50] [--seconds 60]
+  dhcp-soak lines --output FILE
   dhcp-soak report --samples FILE --holds FILE --output FILE --plot FILE.svg --first ADDRESS --last ADDRESS)";
 
 void write(const std::string& path, const std::string& text) {
@@ -90,11 +91,11 @@ void judgeHolds(const Arguments& arguments, Verdicts& verdicts) {
 
 void judgeOutput(const Arguments& arguments, Verdicts& verdicts) {
     std::ifstream file(arguments.requiredText("--output"));
+    constexpr std::size_t shown = 10;
     std::size_t lines = 0;
     std::size_t malformed = 0;
     for (std::string line; std::getline(file, line); ++lines) {
-        if (!isWellFormed(line)) {
-            ++malformed;
+        if (!isWellFormed(line) && malformed++ < shown) {
             fmt::print("     line {}: {}\n", lines + 1, line);
         }
     }
@@ -125,6 +126,11 @@ bool run(std::span<const std::string> words) {
         {"--iface", "--holds", "--clients", "--seconds", "--samples", "--output", "--plot", "--first", "--last"});
     if (words.front() == "devices") {
         return runDevices(arguments);
+    }
+    if (words.front() == "lines") {
+        Verdicts verdicts;
+        judgeOutput(arguments, verdicts);
+        return verdicts.allKept();
     }
     if (words.front() == "report") {
         return report(arguments);
