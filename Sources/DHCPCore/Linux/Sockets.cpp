@@ -6,7 +6,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <linux/sockios.h>
 #include <net/if.h>
+#include <net/if_arp.h>
+#include <optional>
 #include <string_view>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -55,14 +59,16 @@ std::vector<ifreq> addressesOfHost(const FileDescriptor& socket) {
     return {};
 }
 
-/// Whether the card itself holds the address: the kernel is content with an address of any card. Two system calls, as
-/// this is asked for every datagram.
-bool holdsAddress(const FileDescriptor& socket, std::uint32_t interfaceIndex, IPv4Address address) {
+/// The card as the kernel's requests name it; nothing when it is gone.
+std::optional<ifreq> cardOf(const FileDescriptor& socket, std::uint32_t interfaceIndex) {
     ifreq card{};
     card.ifr_ifindex = static_cast<int>(interfaceIndex);
-    if (::ioctl(socket.number(), SIOCGIFNAME, &card) != 0) {
-        return false;
-    }
+    return ::ioctl(socket.number(), SIOCGIFNAME, &card) == 0 ? std::optional(card) : std::nullopt;
+}
+
+/// Whether the card itself holds the address: the kernel is content with an address of any card. Two system calls, with
+/// `cardOf`, as this is asked for every datagram.
+bool holdsAddress(const FileDescriptor& socket, const ifreq& card, IPv4Address address) {
     const std::string_view name = card.ifr_name;
     const std::vector<ifreq> entries = addressesOfHost(socket);
     return std::ranges::any_of(entries, [&](const ifreq& entry) {
@@ -71,6 +77,39 @@ bool holdsAddress(const FileDescriptor& socket, std::uint32_t interfaceIndex, IP
         std::memcpy(&held, &entry.ifr_addr, sizeof held);
         return label.substr(0, label.find(':')) == name && held.sin_addr.s_addr == htonl(address.value);
     });
+}
+
+/// Whether the kernel knows the hardware address that belongs to an address beyond the card.
+bool knowsHardwareAddress(const FileDescriptor& socket, const ifreq& card, IPv4Address address) {
+    arpreq entry{};
+    const sockaddr_in asked = socketAddress(address, 0);
+    std::memcpy(&entry.arp_pa, &asked, sizeof asked);
+    std::ranges::copy(card.ifr_name, std::begin(entry.arp_dev));
+    return ::ioctl(socket.number(), SIOCGARP, &entry) == 0 && (entry.arp_flags & ATF_COM) != 0;
+}
+
+/// Whether half of what the socket may have waiting is waiting now.
+bool isHalfFull(const FileDescriptor& socket) {
+    int waiting = 0;
+    int room = 0;
+    socklen_t length = sizeof room;
+    return ::ioctl(socket.number(), SIOCOUTQ, &waiting) == 0 &&
+           ::getsockopt(socket.number(), SOL_SOCKET, SO_SNDBUF, &room, &length) == 0 && waiting > room / 2;
+}
+
+/// Why the datagram must not be handed to the kernel, which would take it; 0 when it may.
+int refusal(const FileDescriptor& socket, const Route& route) {
+    const auto card = cardOf(socket, route.interfaceIndex);
+    if (!card || !holdsAddress(socket, *card, *route.source)) {
+        return EADDRNOTAVAIL;
+    }
+    // What is sent to an address that nobody has waits for seconds until the kernel gives up. A few hundred such
+    // datagrams would fill the socket, and nobody would be answered meanwhile: they may take half of it.
+    if (route.destination != IPv4Address::broadcast && isHalfFull(socket) &&
+        !knowsHardwareAddress(socket, *card, route.destination)) {
+        return EAGAIN;
+    }
+    return 0;
 }
 
 } // namespace
@@ -115,8 +154,8 @@ std::optional<std::uint32_t> arrivalInterface(std::span<const std::uint8_t> cont
 }
 
 int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, const Route& route) {
-    if (route.source && !holdsAddress(socket, route.interfaceIndex, *route.source)) {
-        return EADDRNOTAVAIL;
+    if (const int error = route.source ? refusal(socket, route) : 0; error != 0) {
+        return error;
     }
     sockaddr_in destination = socketAddress(route.destination, route.port);
     // The system's structures ask for writable memory that sending never writes to.
