@@ -40,8 +40,8 @@ std::vector<Bytes> hostileNames() {
     std::vector<Bytes> names;
     for (const std::string_view text :
          {"%s%n%x%p{}{0}"sv, "\n12:00:00.000  STOP         server stopped"sv, "\r\x1b[2J\x1b]0;title\x07"sv,
-          "\"'\\`$(reboot)"sv, "\xC3"sv, "\xE2\x82"sv, "\xF0\x9F\x92\xA9\xC2\x9B"sv, "\xC0\x80\xED\xA0\x80\xFF\xFE"sv,
-          "\0\0"sv, "\",\"event\":\"stopped"sv}) {
+          R"("'\`$(reboot))"sv, "\xC3"sv, "\xE2\x82"sv, "\xF0\x9F\x92\xA9\xC2\x9B"sv, "\xC0\x80\xED\xA0\x80\xFF\xFE"sv,
+          "\0\0"sv, R"(","event":"stopped)"sv}) {
         names.emplace_back(text.begin(), text.end());
     }
     for (int start = 0; start < 256; start += 32) {

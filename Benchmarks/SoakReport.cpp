@@ -79,8 +79,8 @@ bool isEvent(std::string_view line) {
     });
     const std::string_view label = line.substr(time.size(), labelLength);
     const std::string_view text = line.substr(time.size() + labelLength);
-    return isTime && label.front() != ' ' && label.find_first_not_of(inLabels) == label.npos && text[0] == ' ' &&
-           text[1] != ' ';
+    return isTime && label.front() != ' ' && label.find_first_not_of(inLabels) == std::string_view::npos &&
+           text[0] == ' ' && text[1] != ' ';
 }
 
 /// The samples of the server's longest life, without the time in which it warmed up.

@@ -26,7 +26,7 @@ constexpr std::uint8_t honestDevice = 1;
 class HostileTest : public testing::Test {
   protected:
     [[nodiscard]] std::vector<std::string> arguments(bool json) const {
-        std::vector<std::string> all = client_.serveArguments({"--leases", (folder_ / "leases.json").string()});
+        std::vector<std::string> all = client.serveArguments({"--leases", (folder / "leases.json").string()});
         if (json) {
             all.emplace_back("--json");
         }
@@ -34,9 +34,9 @@ class HostileTest : public testing::Test {
     }
 
     void getAddress() {
-        const DHCPPacket offer = client_.ask(message(DHCPMessageType::discover, honestDevice));
-        ip_ =
-            client_
+        const DHCPPacket offer = client.ask(message(DHCPMessageType::discover, honestDevice));
+        address =
+            client
                 .ask(with(with(message(DHCPMessageType::request, honestDevice), OptionCode::requestedIP, offer.yiaddr),
                           OptionCode::serverID, server))
                 .yiaddr;
@@ -45,13 +45,13 @@ class HostileTest : public testing::Test {
     /// Renews; the answer shows that all that was sent before has been read. What others were answered is skipped.
     [[nodiscard]] bool isRenewed() {
         DHCPPacket renewal = message(DHCPMessageType::request, honestDevice);
-        renewal.ciaddr = ip_;
-        renewal.xid = ++xid_;
-        client_.send(renewal);
-        while (const auto bytes = client_.receiveBytes()) {
+        renewal.ciaddr = address;
+        renewal.xid = ++lastXID;
+        client.send(renewal);
+        while (const auto bytes = client.receiveBytes()) {
             const DHCPPacket answer = DHCPPacket::parse(*bytes);
-            if (answer.xid == xid_ && answer.mac() == deviceMAC(honestDevice)) {
-                return answer.messageType() == DHCPMessageType::ack && answer.yiaddr == ip_;
+            if (answer.xid == lastXID && answer.mac() == deviceMAC(honestDevice)) {
+                return answer.messageType() == DHCPMessageType::ack && answer.yiaddr == address;
             }
         }
         return false;
@@ -75,7 +75,7 @@ class HostileTest : public testing::Test {
     void flood(std::size_t count, const Make& make) {
         constexpr std::size_t burst = 50;
         for (std::size_t number = 0; number < count; ++number) {
-            client_.send(make(number));
+            client.send(make(number));
             if (number % burst == burst - 1) {
                 ASSERT_TRUE(isRenewed()) << "after " << number + 1;
             }
@@ -83,13 +83,13 @@ class HostileTest : public testing::Test {
     }
 
     [[nodiscard]] LeaseTable savedTable() const {
-        return LeaseFile{.url = folder_ / "leases.json"}.load(currentDate()).table;
+        return LeaseFile{.url = folder / "leases.json"}.load(currentDate()).table;
     }
 
-    TemporaryDirectory folder_;
-    LoopbackClient client_;
-    IPv4Address ip_;
-    std::uint32_t xid_ = 1000;
+    TemporaryDirectory folder;
+    LoopbackClient client;
+    IPv4Address address;
+    std::uint32_t lastXID = 1000;
 };
 
 /// A message of a device that nobody has seen yet.
@@ -113,7 +113,7 @@ TEST_P(HostileOutputTest, WritesOneLineForEachEventWhateverADeviceCallsItself) {
         discover.setOption(OptionCode::hostname, text.bytes);
         discover.setOption(OptionCode::vendorClass, text.bytes);
         discover.setOption(OptionCode::clientID, text.bytes);
-        client_.send(discover);
+        client.send(discover);
         const std::vector<std::string> lines = tool.linesThrough("TX OFFER");
         EXPECT_EQ(lines.size(), 3U);
         for (const std::string& line : lines) {
@@ -136,7 +136,7 @@ TEST_F(HostileTest, DropsADeviceWithAHundredNamesOf255Bytes) {
     for (std::size_t count = 0; count < names; ++count) {
         packet.options.push_back({.code = OptionCode::hostname, .data = Bytes(longest, 'x')});
     }
-    client_.send(packet);
+    client.send(packet);
     EXPECT_EQ(withoutTime(tool.line().value_or("")), "DROP         malformed (option 12 runs past the end)");
     getAddress();
     EXPECT_TRUE(isRenewed());
@@ -151,7 +151,7 @@ TEST_F(HostileTest, TakesTheFirstOfAsManyNamesAsADatagramHolds) {
     for (std::size_t count = 0; count < names; ++count) {
         packet.options.push_back({.code = OptionCode::hostname, .data = Bytes(255, 'x')});
     }
-    client_.send(packet);
+    client.send(packet);
     EXPECT_EQ(withoutTime(tool.line().value_or("")),
               "RX DISCOVER  02:00:00:00:00:02 host=first vendor=- req=- xid=0x00000001 if=lo0");
     tool.signal(SIGINT);
@@ -197,7 +197,7 @@ TEST_F(HostileTest, AnswersAnHonestDeviceWhileTheWholeWorldIsDeclined) {
     });
     stop(tool);
     EXPECT_EQ(savedTable().quarantine().size(), count);
-    EXPECT_EQ(savedTable().lease(deviceMAC(honestDevice))->ip, ip_);
+    EXPECT_EQ(savedTable().lease(deviceMAC(honestDevice))->ip, address);
 }
 
 } // namespace
