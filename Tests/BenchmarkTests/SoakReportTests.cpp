@@ -59,12 +59,12 @@ TEST(WellFormedTest, IsALineOfTextOrJSONAndNothingElse) {
 std::vector<Sample> samplesGrowing(int growth) {
     std::vector<Sample> samples;
     for (int number = 0; number < 500; ++number) {
-        const double more = number / growth;
+        const int more = number / growth;
         samples.push_back({.seconds = 2.0 * number,
                            .life = number < 100 ? 1 : 2,
-                           .residentMiB = 6 + more,
-                           .descriptors = 14 + more,
-                           .threads = 4 + more});
+                           .residentMiB = 6.0 + more,
+                           .descriptors = 14.0 + more,
+                           .threads = 4.0 + more});
     }
     return samples;
 }
