@@ -49,10 +49,12 @@ std::string nameOfClient(std::uint32_t number) { return fmt::format("device-{:06
 
 Messages::Messages()
     : discover_(message(DHCPMessageType::discover)), request_(message(DHCPMessageType::request)),
-      renewal_(message(DHCPMessageType::request)) {
+      renewal_(message(DHCPMessageType::request)), reboot_(message(DHCPMessageType::request)),
+      release_(message(DHCPMessageType::release)), decline_(message(DHCPMessageType::decline)) {
     // No device has its address on a card, and so none could hear an answer sent to it, but for a renewal.
     discover_.flags = broadcastFlag;
     request_.flags = broadcastFlag;
+    reboot_.flags = broadcastFlag;
 }
 
 Bytes Messages::discover(std::uint32_t client, std::uint32_t xid) { return bytesFor(discover_, client, xid); }
@@ -66,6 +68,23 @@ Bytes Messages::request(std::uint32_t client, std::uint32_t xid, IPv4Address ip,
 Bytes Messages::renewal(std::uint32_t client, std::uint32_t xid, IPv4Address ip) {
     renewal_.ciaddr = ip;
     return bytesFor(renewal_, client, xid);
+}
+
+Bytes Messages::reboot(std::uint32_t client, std::uint32_t xid, IPv4Address ip) {
+    reboot_.setOption(OptionCode::requestedIP, ip.bytes());
+    return bytesFor(reboot_, client, xid);
+}
+
+Bytes Messages::release(std::uint32_t client, std::uint32_t xid, IPv4Address ip, IPv4Address server) {
+    release_.ciaddr = ip;
+    release_.setOption(OptionCode::serverID, server.bytes());
+    return bytesFor(release_, client, xid);
+}
+
+Bytes Messages::decline(std::uint32_t client, std::uint32_t xid, IPv4Address ip, IPv4Address server) {
+    decline_.setOption(OptionCode::requestedIP, ip.bytes());
+    decline_.setOption(OptionCode::serverID, server.bytes());
+    return bytesFor(decline_, client, xid);
 }
 
 DHCPPacket Messages::message(DHCPMessageType type) {

@@ -32,6 +32,12 @@ class Messages {
                                           DHCPCore::IPv4Address server);
     /// RENEWING (RFC 2131, section 4.3.2).
     [[nodiscard]] DHCPCore::Bytes renewal(std::uint32_t client, std::uint32_t xid, DHCPCore::IPv4Address ip);
+    /// INIT-REBOOT (RFC 2131, section 4.3.2).
+    [[nodiscard]] DHCPCore::Bytes reboot(std::uint32_t client, std::uint32_t xid, DHCPCore::IPv4Address ip);
+    [[nodiscard]] DHCPCore::Bytes release(std::uint32_t client, std::uint32_t xid, DHCPCore::IPv4Address ip,
+                                          DHCPCore::IPv4Address server);
+    [[nodiscard]] DHCPCore::Bytes decline(std::uint32_t client, std::uint32_t xid, DHCPCore::IPv4Address ip,
+                                          DHCPCore::IPv4Address server);
 
   private:
     [[nodiscard]] static DHCPCore::DHCPPacket message(DHCPCore::DHCPMessageType type);
@@ -39,6 +45,9 @@ class Messages {
     DHCPCore::DHCPPacket discover_;
     DHCPCore::DHCPPacket request_;
     DHCPCore::DHCPPacket renewal_;
+    DHCPCore::DHCPPacket reboot_;
+    DHCPCore::DHCPPacket release_;
+    DHCPCore::DHCPPacket decline_;
 };
 
 } // namespace DHCPLoad

@@ -102,16 +102,74 @@ std::optional<Arrival> readFrame(std::span<const std::uint8_t> frame) {
     return arrival;
 }
 
-/// Lets through what `receive` can use: ARP, and UDP from port 67 without IP options or fragments.
+void put(Bytes& bytes, std::size_t offset, std::span<const std::uint8_t> piece) {
+    std::ranges::copy(piece, std::span(bytes).subspan(offset).begin());
+}
+
+/// What the owner of an address says to somebody who asks for it (RFC 826); nothing to any other frame.
+std::optional<Bytes> addressAnswer(std::span<const std::uint8_t> frame, const AddressOwner& owner) {
+    constexpr std::uint8_t request = 1;
+    constexpr std::uint8_t reply = 2;
+    if (frame.size() < ethernetHeader + arpLength || number16(frame, 12) != ETHERTYPE_ARP || frame[21] != request) {
+        return std::nullopt;
+    }
+    const auto asked = *IPv4Address::fromBytes(frame.subspan(38, 4));
+    const auto mac = owner(asked);
+    if (!mac) {
+        return std::nullopt;
+    }
+    // The frame that asked, with both sides exchanged and the answer filled in.
+    Bytes bytes(frame.begin(), frame.begin() + ethernetHeader + arpLength);
+    put(bytes, 0, frame.subspan(6, 6));
+    put(bytes, 6, mac->bytes);
+    bytes[21] = reply;
+    put(bytes, 22, mac->bytes);
+    put(bytes, 28, asked.bytes());
+    put(bytes, 32, frame.subspan(22, 10)); // who asked
+    return bytes;
+}
+
+/// What the owner of an address says to an echo request (RFC 792); nothing to any other frame.
+std::optional<Bytes> echoAnswer(std::span<const std::uint8_t> frame, const AddressOwner& owner) {
+    constexpr std::size_t echo = ethernetHeader + ipHeader;
+    constexpr std::size_t echoHeader = 8;
+    constexpr std::uint8_t withoutOptions = 0x45;
+    constexpr std::uint8_t request = 8;
+    if (frame.size() < echo + echoHeader || number16(frame, 12) != ETHERTYPE_IP ||
+        frame[ethernetHeader] != withoutOptions || frame[ethernetHeader + 9] != IPPROTO_ICMP ||
+        frame[echo] != request) {
+        return std::nullopt;
+    }
+    const auto mac = owner(*IPv4Address::fromBytes(frame.subspan(30, 4)));
+    const std::size_t length = number16(frame, 16);
+    if (!mac || length < ipHeader + echoHeader || length > frame.size() - ethernetHeader) {
+        return std::nullopt;
+    }
+    // The request, with both sides exchanged: the header's checksum stays what it is.
+    Bytes bytes(frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(ethernetHeader + length));
+    put(bytes, 0, frame.subspan(6, 6));
+    put(bytes, 6, mac->bytes);
+    put(bytes, 26, frame.subspan(30, 4));
+    put(bytes, 30, frame.subspan(26, 4));
+    bytes[echo] = 0;
+    put(bytes, echo + 2, std::array<std::uint8_t, 2>{});
+    Bytes padded(bytes.begin() + echo, bytes.end());
+    padded.resize(padded.size() + padded.size() % 2);
+    put(bytes, echo + 2, bigEndianBytes(checksum(padded)));
+    return bytes;
+}
+
+/// Lets through what `receive` can use: ARP, ICMP, and UDP from port 67 without IP options or fragments.
 void attachFilter(int socket) {
     constexpr std::uint16_t typeOffset = 12;
     constexpr std::uint16_t protocolOffset = ethernetHeader + 9;
     constexpr std::uint16_t portOffset = ethernetHeader + ipHeader;
     std::array filter{
         sock_filter BPF_STMT(BPF_LD | BPF_H | BPF_ABS, typeOffset),
-        sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETHERTYPE_ARP, 5, 0),
-        sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETHERTYPE_IP, 0, 5),
+        sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETHERTYPE_ARP, 6, 0),
+        sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETHERTYPE_IP, 0, 6),
         sock_filter BPF_STMT(BPF_LD | BPF_B | BPF_ABS, protocolOffset),
+        sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, IPPROTO_ICMP, 3, 0),
         sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, IPPROTO_UDP, 0, 3),
         sock_filter BPF_STMT(BPF_LD | BPF_H | BPF_ABS, portOffset),
         sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, serverPort, 0, 1),
@@ -242,28 +300,13 @@ std::size_t Wire::readWaiting() {
 }
 
 void Wire::answerIfAsked(std::span<const std::uint8_t> frame) {
-    constexpr std::uint8_t request = 1;
-    constexpr std::uint8_t reply = 2;
-    if (frame.size() < ethernetHeader + arpLength || number16(frame, 12) != ETHERTYPE_ARP || frame[21] != request) {
-        return;
+    auto answer = addressAnswer(frame, owner_);
+    if (!answer) {
+        answer = echoAnswer(frame, owner_);
     }
-    const auto asked = *IPv4Address::fromBytes(frame.subspan(38, 4));
-    const auto mac = owner_(asked);
-    if (!mac) {
-        return;
+    if (answer) {
+        outgoing_.push_back(*std::move(answer));
     }
-    // The frame that asked, with both sides exchanged and the answer filled in.
-    Bytes bytes(frame.begin(), frame.begin() + ethernetHeader + arpLength);
-    const auto put = [&bytes](std::size_t offset, std::span<const std::uint8_t> piece) {
-        std::ranges::copy(piece, std::span(bytes).subspan(offset).begin());
-    };
-    put(0, frame.subspan(6, 6));
-    put(6, mac->bytes);
-    bytes[21] = reply;
-    put(22, mac->bytes);
-    put(28, asked.bytes());
-    put(32, frame.subspan(22, 10)); // who asked
-    outgoing_.push_back(std::move(bytes));
 }
 
 } // namespace DHCPLoad

@@ -53,8 +53,8 @@ class Wire {
     /// Waits until datagrams are there, or that long, and hands in all that are there. @throws std::system_error
     void receive(std::chrono::nanoseconds longest, const std::function<void(const Arrival&)>& take);
 
-    /// Says to everybody who asks that these addresses are ours, each at the card of its device. For devices that are
-    /// answered at their address.
+    /// Says to everybody who asks that these addresses are ours, each at the card of its device, and answers echo
+    /// requests there. For devices that are answered at their address, and are to be found there.
     void answerAddressRequests(AddressOwner owner) { owner_ = std::move(owner); }
 
   private:

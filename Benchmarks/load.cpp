@@ -31,7 +31,8 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 constexpr std::string_view usage = R"(usage:
   dhcp-load offers|handshakes|renewals WHERE [--clients 100] [--window 1] [--milliseconds 1000] [--patience 5000]
             [--pid SERVER]
-  dhcp-load flood WHERE [--rate 5000] [--milliseconds 5000]
+  dhcp-load flood WHERE [--kind malformed|garbage|discovers|declines|names|oversized] [--rate 5000] [--most N]
+            [--milliseconds 5000] [--renew] [--pid SERVER]
   dhcp-load start WHERE [--network NAMESPACE] [--patience 60000] [-- SERVER ARGUMENTS...]
   dhcp-load leases --format tarnwick|kea|dnsmasq --file FILE [--clients 100] [--first 10.77.1.0]
 WHERE: --iface CARD, or --loopback [--port 6767] [--client-port 6868]
@@ -69,17 +70,22 @@ double perSecond(std::size_t count, std::chrono::nanoseconds span) {
     return static_cast<double>(count) / std::chrono::duration<double>(span).count();
 }
 
+std::optional<pid_t> serverProcess(const Arguments& arguments) {
+    constexpr std::uint32_t highest = std::numeric_limits<pid_t>::max();
+    if (!arguments.text("--pid")) {
+        return std::nullopt;
+    }
+    return static_cast<pid_t>(arguments.number("--pid", 0, 1, highest));
+}
+
 json load(LoadKind kind, const Arguments& arguments) {
     Wire wire = openWire(arguments);
     LoadPlan plan{.kind = kind,
                   .clients = arguments.number("--clients", 100, 1, mostClients),
                   .window = arguments.number("--window", 1, 1, mostClients),
                   .duration = milliseconds(arguments, "--milliseconds", 1000),
-                  .patience = milliseconds(arguments, "--patience", 5000)};
-    if (arguments.text("--pid")) {
-        constexpr std::uint32_t highest = std::numeric_limits<pid_t>::max();
-        plan.server = static_cast<pid_t>(arguments.number("--pid", 0, 1, highest));
-    }
+                  .patience = milliseconds(arguments, "--patience", 5000),
+                  .server = serverProcess(arguments)};
     LoadResult result = Load(wire, plan).run();
     json report{{"clients", plan.clients},
                 {"window", plan.window},
@@ -102,19 +108,38 @@ json load(LoadKind kind, const Arguments& arguments) {
     return report;
 }
 
+json figures(const ProcessFigures& process) {
+    return {{"residentKiB", process.residentKiB}, {"descriptors", process.descriptors}, {"threads", process.threads}};
+}
+
 json floodServer(const Arguments& arguments) {
-    Wire wire = openWire(arguments);
     constexpr std::uint32_t highest = 10'000'000;
-    FloodResult result = flood(wire, {.rate = arguments.number("--rate", 5000, 0, highest),
-                                      .duration = milliseconds(arguments, "--milliseconds", 5000)});
-    return {{"milliseconds", Milliseconds(result.span).count()},
-            {"flooded", result.flooded},
-            {"floodedPerSecond", perSecond(result.flooded, result.span)},
-            {"asked", result.asked},
-            {"answered", result.answered},
-            {"answeredWithin100ms", result.promptly},
-            {"promptShare", static_cast<double>(result.promptly) / static_cast<double>(result.asked)},
-            {"offerMicroseconds", percentiles(std::move(result.offerTimes))}};
+    const auto kind = hostilityNamed(arguments.text("--kind").value_or("malformed"));
+    if (!kind) {
+        throw UsageError("--kind must be malformed, garbage, discovers, declines, names or oversized");
+    }
+    Wire wire = openWire(arguments);
+    FloodResult result = flood(wire, {.kind = *kind,
+                                      .rate = arguments.number("--rate", 5000, 0, highest),
+                                      .most = arguments.number("--most", std::numeric_limits<std::uint32_t>::max(), 1,
+                                                               std::numeric_limits<std::uint32_t>::max()),
+                                      .duration = milliseconds(arguments, "--milliseconds", 5000),
+                                      .renews = arguments.has("--renew"),
+                                      .server = serverProcess(arguments)});
+    json report{{"milliseconds", Milliseconds(result.span).count()},
+                {"flooded", result.flooded},
+                {"floodedPerSecond", perSecond(result.flooded, result.span)},
+                {"asked", result.asked},
+                {"answered", result.answered},
+                {"answeredWithin100ms", result.promptly},
+                {"promptShare", static_cast<double>(result.promptly) / static_cast<double>(result.asked)},
+                {"answerMicroseconds", percentiles(std::move(result.answerTimes))}};
+    if (result.before && result.worst && result.after) {
+        report["before"] = figures(*result.before);
+        report["worst"] = figures(*result.worst);
+        report["after"] = figures(*result.after);
+    }
+    return report;
 }
 
 json start(const Arguments& arguments) {
@@ -143,9 +168,10 @@ json run(std::span<const std::string> words) {
         throw UsageError("what to do?");
     }
     const std::string& deed = words.front();
-    const Arguments arguments(words.subspan(1), {"--loopback"},
+    const Arguments arguments(words.subspan(1), {"--loopback", "--renew"},
                               {"--iface", "--port", "--client-port", "--clients", "--window", "--milliseconds",
-                               "--patience", "--pid", "--rate", "--network", "--format", "--file", "--first"});
+                               "--patience", "--pid", "--rate", "--kind", "--most", "--network", "--format", "--file",
+                               "--first"});
     if (deed == "offers") {
         return load(LoadKind::offers, arguments);
     }

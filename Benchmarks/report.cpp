@@ -1,5 +1,6 @@
 // Reads the records of a comparison, one JSON object a line, and prints its tables; draws its plot.
 #include "Arguments.hpp"
+#include "Drawing.hpp"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -205,18 +206,12 @@ class Plot {
     explicit Plot(const Records& records) : records_(records) {}
 
     [[nodiscard]] std::string draw() {
-        text_ = fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" viewBox=\"0 0 {0} "
-                            "{1}\" font-family=\"sans-serif\" font-size=\"13\">\n<rect width=\"100%\" "
-                            "height=\"100%\" fill=\"white\"/>\n",
-                            right + legend, bottom + margin);
         drawAxes();
-        constexpr std::array colours{"#0072b2", "#d55e00", "#009e73", "#cc79a7", "#666666", "#e69f00"};
         std::size_t index = 0;
         for (const std::string& server : records_.servers()) {
-            drawServer(server, colours.at(index % colours.size()), index);
-            ++index;
+            drawServer(server, index++);
         }
-        return text_ + "</svg>\n";
+        return drawing_.finished();
     }
 
   private:
@@ -239,40 +234,31 @@ class Plot {
     void drawAxes() {
         for (int power = 0; power <= powersUp; ++power) {
             const double rate = fewest * std::pow(10, power);
-            text_ += fmt::format("<path d=\"M{} {:.1f}H{}\" stroke=\"#ddd\"/><text x=\"{}\" y=\"{:.1f}\" "
-                                 "text-anchor=\"end\">{:.0f}</text>\n",
-                                 margin, up(rate), right, margin - 6, up(rate) + 4, rate);
+            drawing_.gridAcross(margin, right, up(rate), fmt::format("{:.0f}", rate));
         }
         for (int power = 0; power <= powersRight; ++power) {
             const double pool = smallest * std::pow(10, power);
-            text_ += fmt::format("<path d=\"M{0:.1f} {1}V{2}\" stroke=\"#ddd\"/><text x=\"{0:.1f}\" y=\"{3}\" "
-                                 "text-anchor=\"middle\">{4:.0f}</text>\n",
-                                 across(pool), margin, bottom, bottom + 18, pool);
+            drawing_.gridUp(across(pool), margin, bottom, fmt::format("{:.0f}", pool));
         }
-        text_ += fmt::format("<text x=\"{}\" y=\"30\">Handshakes a second, 16 in flight</text>\n<text x=\"{}\" "
-                             "y=\"{}\" text-anchor=\"middle\">leases in the pool</text>\n",
-                             margin, (margin + right) / 2, bottom + 40);
+        drawing_.text({margin, margin / 2}, "Handshakes a second, 16 in flight");
+        drawing_.text({(margin + right) / 2, bottom + 40}, "leases in the pool", Drawing::Anchor::middle);
     }
 
-    void drawServer(const std::string& server, std::string_view colour, std::size_t index) {
-        std::string path;
+    void drawServer(const std::string& server, std::size_t index) {
+        const std::string_view colour = Drawing::colour(index);
+        std::vector<Point> points;
         for (const std::size_t pool : records_.pools()) {
-            const auto rate = records_.median(server, pool, sixteen);
-            if (!rate) {
-                continue;
+            if (const auto rate = records_.median(server, pool, sixteen)) {
+                points.push_back({across(static_cast<double>(pool)), up(*rate)});
+                drawing_.dot(points.back(), colour);
             }
-            const double x = across(static_cast<double>(pool));
-            path += fmt::format("{}{:.1f} {:.1f}", path.empty() ? "M" : "L", x, up(*rate));
-            text_ += fmt::format("<circle cx=\"{:.1f}\" cy=\"{:.1f}\" r=\"3\" fill=\"{}\"/>\n", x, up(*rate), colour);
         }
-        const double y = margin + 20 * static_cast<double>(index);
-        text_ += fmt::format("<path d=\"{}\" fill=\"none\" stroke=\"{}\" stroke-width=\"2\"/>\n<text x=\"{}\" "
-                             "y=\"{}\" fill=\"{}\">{}</text>\n",
-                             path.empty() ? "M0 0" : path, colour, right + 12, y, colour, server);
+        drawing_.line(points, colour);
+        drawing_.text({right + 12, margin + 20 * static_cast<double>(index)}, server, Drawing::Anchor::start, colour);
     }
 
     const Records& records_;
-    std::string text_;
+    Drawing drawing_{right + legend, bottom + margin};
 };
 
 void run(const Arguments& arguments) {

@@ -84,7 +84,7 @@ class SerialQueue {
 class ConcurrentQueue {
   public:
     using Work = std::function<void()>;
-    static constexpr std::size_t maximumThreads = 64;
+    static constexpr std::size_t maximumThreads = 56;
 
     explicit ConcurrentQueue(std::string name);
     ConcurrentQueue(const ConcurrentQueue&) = delete;

@@ -60,7 +60,7 @@ TEST_F(ServerPresenceTest, AsksWhoAnsweredOnlyWhenSomebodyDid) {
 
 TEST_F(ServerPresenceTest, LeavesAThreadFreeForAProbeThatADeviceWaitsFor) {
     constexpr std::uint8_t devices = 60;
-    constexpr std::size_t atATime = 48;
+    constexpr std::size_t atATime = 42;
     options.config.rangeEnd = ip(10 + devices);
     LeaseTable table;
     for (std::uint8_t number = 0; number < devices; ++number) {
@@ -95,7 +95,7 @@ TEST_F(ServerPresenceTest, PassesOverADeviceThatLostItsLeaseBeforeItsTurn) {
     saveLeases(table);
     start();
     host->tick(seconds{10});
-    EXPECT_TRUE(host->waitForProbes(48));
+    EXPECT_TRUE(host->waitForProbes(42));
     server->forgetLease(mac(49));
     EXPECT_EQ(take(1), Events{removed(mac(49))});
     for (std::uint8_t number = 0; number < devices; ++number) {

@@ -131,10 +131,9 @@ void Wire::send(const Frame& frame) const {
     }
 }
 
-std::optional<Frame> Wire::nextReply() const {
-    constexpr auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(TestSupport::patience).count();
+std::optional<Frame> Wire::nextReply(std::chrono::milliseconds longest) const {
     pollfd waiting{.fd = socket_.number(), .events = POLLIN, .revents = 0};
-    while (::poll(&waiting, 1, static_cast<int>(milliseconds)) == 1) {
+    while (::poll(&waiting, 1, static_cast<int>(longest.count())) == 1) {
         std::array<std::uint8_t, 4096> buffer{};
         sockaddr_ll source{};
         socklen_t length = sizeof source;

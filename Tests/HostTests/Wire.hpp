@@ -42,12 +42,14 @@ class Wire {
     void send(const Frame& frame) const;
 
     /// The next datagram from a DHCP server; nothing when none came in time.
-    [[nodiscard]] std::optional<Frame> nextReply() const;
+    [[nodiscard]] std::optional<Frame> nextReply(std::chrono::milliseconds longest = longestWait) const;
 
     /// Sends, and reads replies up to the one to this message. @throws std::runtime_error when none came in time.
     [[nodiscard]] Frame ask(const DHCPCore::DHCPPacket& packet) const;
 
   private:
+    static constexpr std::chrono::milliseconds longestWait{20'000}; ///< Reached only by a test that fails.
+
     DHCPCore::FileDescriptor socket_;
 };
 

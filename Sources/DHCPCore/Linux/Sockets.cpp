@@ -6,7 +6,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <linux/sockios.h>
 #include <net/if.h>
+#include <net/if_arp.h>
+#include <optional>
 #include <poll.h>
 #include <ratio>
 #include <string_view>
@@ -57,6 +61,42 @@ std::vector<ifreq> addressesOfHost(const FileDescriptor& socket) {
     return {};
 }
 
+/// The card as the kernel's requests name it; nothing when it is gone.
+std::optional<ifreq> cardOf(const FileDescriptor& socket, std::uint32_t interfaceIndex) {
+    ifreq card{};
+    card.ifr_ifindex = static_cast<int>(interfaceIndex);
+    return ::ioctl(socket.number(), SIOCGIFNAME, &card) == 0 ? std::optional(card) : std::nullopt;
+}
+
+/// Whether the kernel knows the hardware address that belongs to an address beyond the card.
+bool knowsHardwareAddress(const FileDescriptor& socket, const ifreq& card, IPv4Address address) {
+    arpreq entry{};
+    const sockaddr_in asked = socketAddress(address, 0);
+    std::memcpy(&entry.arp_pa, &asked, sizeof asked);
+    std::ranges::copy(card.ifr_name, std::begin(entry.arp_dev));
+    return ::ioctl(socket.number(), SIOCGARP, &entry) == 0 && (entry.arp_flags & ATF_COM) != 0;
+}
+
+/// Whether half of what the socket may have waiting is waiting now.
+bool isHalfFull(const FileDescriptor& socket) {
+    int waiting = 0;
+    int room = 0;
+    socklen_t length = sizeof room;
+    return ::ioctl(socket.number(), SIOCOUTQ, &waiting) == 0 &&
+           ::getsockopt(socket.number(), SOL_SOCKET, SO_SNDBUF, &room, &length) == 0 && waiting > room / 2;
+}
+
+/// Whether the datagram must not be handed to the kernel, which would take it. What is sent to an address that nobody
+/// has waits for seconds until the kernel gives up. A few hundred such datagrams would fill the socket, and nobody
+/// would be answered meanwhile: they may take half of it.
+bool wouldKeepOthersWaiting(const FileDescriptor& socket, const Route& route) {
+    if (route.destination == IPv4Address::broadcast || !isHalfFull(socket)) {
+        return false;
+    }
+    const auto card = cardOf(socket, route.interfaceIndex);
+    return card && !knowsHardwareAddress(socket, *card, route.destination);
+}
+
 } // namespace
 
 FileDescriptor open(int domain, int type, int protocol) {
@@ -105,12 +145,11 @@ bool awaitReadable(const FileDescriptor& socket, std::chrono::nanoseconds patien
 }
 
 bool holdsAddress(const FileDescriptor& socket, std::uint32_t interfaceIndex, IPv4Address address) {
-    ifreq card{};
-    card.ifr_ifindex = static_cast<int>(interfaceIndex);
-    if (::ioctl(socket.number(), SIOCGIFNAME, &card) != 0) {
+    const auto card = cardOf(socket, interfaceIndex);
+    if (!card) {
         return false;
     }
-    const std::string_view name = card.ifr_name;
+    const std::string_view name = card->ifr_name;
     const std::vector<ifreq> entries = addressesOfHost(socket);
     return std::ranges::any_of(entries, [&](const ifreq& entry) {
         const std::string_view label = entry.ifr_name; // "en5", or "en5:1" for an address with a name of its own
@@ -121,6 +160,9 @@ bool holdsAddress(const FileDescriptor& socket, std::uint32_t interfaceIndex, IP
 }
 
 int send(const FileDescriptor& socket, std::span<const std::uint8_t> bytes, const Route& route) {
+    if (route.source && wouldKeepOthersWaiting(socket, route)) {
+        return EAGAIN;
+    }
     sockaddr_in destination = socketAddress(route.destination, route.port);
     // The system's structures ask for writable memory that sending never writes to.
     iovec payload{.iov_base = const_cast<std::uint8_t*>(bytes.data()), .iov_len = bytes.size()};

@@ -146,6 +146,16 @@ std::optional<SendFailure> failureOfBroadcast(UDPTransport& transport, bool serv
     return std::nullopt;
 }
 
+/// The error number of a refused sending; nothing on success.
+std::optional<int> sendingError(UDPTransport& transport, const ReplyDestination& destination) {
+    try {
+        transport.send(message(), destination);
+    } catch (const TransportError& error) {
+        return error.code;
+    }
+    return std::nullopt;
+}
+
 TEST(CardTransportTest, ListensOnTheServerPortOfEveryAddress) {
     if (!onACable([](UDPTransport& transport) {
             transport.open();
@@ -258,6 +268,25 @@ TEST(CardTransportTest, FindsTheServerAddressAmongManyAndUnderALabel) {
             EXPECT_EQ(failureOfBroadcast(transport, true), std::nullopt);
             EXPECT_EQ(device.next(), (Seen{serverIP, 67, IPv4Address::broadcast, 68, message()}));
         })) {
+        GTEST_SKIP() << "no right to make a network";
+    }
+}
+
+TEST(CardTransportTest, KeepsRoomForOthersWhileItSendsToAddressesThatNobodyHas) {
+    const bool isRun = onACable([](UDPTransport& transport) {
+        transport.open();
+        constexpr int datagrams = 2000; // far more than a socket may have waiting
+        int refused = 0;
+        for (int count = 0; count < datagrams; ++count) {
+            const IPv4Address nobody{192, 168, 77, static_cast<std::uint8_t>(101 + count % 100)};
+            refused += sendingError(transport, {ReplyDestination::Unicast{nobody}}) == EAGAIN ? 1 : 0;
+        }
+        EXPECT_GT(refused, 0);
+        EXPECT_LT(refused, datagrams);
+        EXPECT_EQ(sendingError(transport, toEverybody()), std::nullopt);
+        EXPECT_EQ(sendingError(transport, toDevice()), std::nullopt);
+    });
+    if (!isRun) {
         GTEST_SKIP() << "no right to make a network";
     }
 }
