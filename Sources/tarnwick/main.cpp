@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
@@ -135,7 +136,7 @@ class EventPrinter {
 
     /// Returns when the stream is finished. `readerGone` is called once, when nobody reads standard output any more.
     void consume(EventStream<ServerEvent>& events, const std::function<void()>& readerGone) {
-        while (const auto event = events.next()) {
+        while (const auto event = nextOf(events)) {
             const Date now = DHCPCore::currentDate();
             const auto line = EventLog::line(*event, now, DHCPCore::TimeZone::current());
             if (line && log_) {
@@ -146,7 +147,6 @@ class EventPrinter {
                 readerIsGone_ = true;
                 readerGone();
             }
-            tidyAfterBurst(events.waiting());
         }
         if (log_) {
             log_->flush();
@@ -154,17 +154,33 @@ class EventPrinter {
     }
 
   private:
-    /// The memory of a burst of events is not kept for the next one.
-    void tidyAfterBurst(std::size_t waiting) {
-        constexpr std::size_t many = 1024;
-        burst_ = burst_ || waiting > many;
-        if (burst_ && waiting == 0) {
-            burst_ = false;
-            if (log_) {
-                log_->flush();
-            }
-            DHCPCore::giveBackFreeMemory();
+    /// Waits for the next event. In a burst it looks for events a thousand times a second: to be woken for each of them
+    /// would take time from answering.
+    [[nodiscard]] std::optional<ServerEvent> nextOf(EventStream<ServerEvent>& events) {
+        constexpr std::chrono::milliseconds rest{1};
+        constexpr std::chrono::milliseconds quiet{20};
+        constexpr std::size_t many = 1000;
+        if (events.waiting() == 0) {
+            std::this_thread::sleep_for(rest);
         }
+        if (sinceQuiet_ >= many) {
+            if (auto event = events.next(quiet)) {
+                ++sinceQuiet_;
+                return event;
+            }
+            giveBackMemory();
+        }
+        ++sinceQuiet_;
+        return events.next();
+    }
+
+    /// The memory of a burst of events is not kept for the next one.
+    void giveBackMemory() {
+        sinceQuiet_ = 0;
+        if (log_) {
+            log_->flush();
+        }
+        DHCPCore::giveBackFreeMemory();
     }
 
     /// @return as `printLine`. Any refusal but a broken pipe is reported, once; serving goes on.
@@ -181,7 +197,7 @@ class EventPrinter {
     std::unique_ptr<LogFileWriter> log_;
     bool readerIsGone_ = false;
     bool refusalReported_ = false;
-    bool burst_ = false; ///< Many events were waiting a while ago.
+    std::size_t sinceQuiet_ = 0; ///< Events since nothing happened for a moment.
 };
 
 DHCPServer::Options serverOptions(const ServeOptions& options, std::optional<DHCPCore::MACAddress> cardMAC) {
