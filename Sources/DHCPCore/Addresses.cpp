@@ -108,18 +108,7 @@ std::optional<MACAddress> MACAddress::parse(std::string_view text) {
     return mac;
 }
 
-std::string MACAddress::description() const {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    text.reserve(3 * bytes.size());
-    for (const std::uint8_t byte : bytes) {
-        text += digits[byte >> 4U];
-        text += digits[byte & 0xFU];
-        text += ':';
-    }
-    text.pop_back();
-    return text;
-}
+std::string MACAddress::description() const { return hexadecimal(bytes); }
 
 std::optional<Subnet> Subnet::make(IPv4Address address, int prefixLength) {
     if (prefixLength < 0 || prefixLength > 32) {

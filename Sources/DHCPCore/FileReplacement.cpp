@@ -145,14 +145,16 @@ class HiddenFile {
 
     /// @return false with `errno` set when the mode is refused.
     [[nodiscard]] bool takeOver(const struct stat& replaced) const {
+        struct stat own {};
+        const bool isKnown = ::fstat(descriptor_.number(), &own) == 0;
         // Only root may give a file away; a member may still hand it to the group.
-        if (::fchown(descriptor_.number(), replaced.st_uid, replaced.st_gid) != 0) {
+        if ((!isKnown || own.st_uid != replaced.st_uid || own.st_gid != replaced.st_gid) &&
+            ::fchown(descriptor_.number(), replaced.st_uid, replaced.st_gid) != 0) {
             std::ignore = ::fchown(descriptor_.number(), static_cast<uid_t>(-1), replaced.st_gid);
         }
         const mode_t mode = replaced.st_mode & permissionBits;
-        struct stat own {};
         // A file system without modes shows the same for every file, and refuses to change it.
-        const bool hasMode = ::fstat(descriptor_.number(), &own) == 0 && (own.st_mode & permissionBits) == mode;
+        const bool hasMode = isKnown && (own.st_mode & permissionBits) == mode;
         return hasMode || ::fchmod(descriptor_.number(), mode) == 0;
     }
 

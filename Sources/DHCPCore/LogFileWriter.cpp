@@ -74,6 +74,7 @@ void LogFileWriter::append(std::string line, Date date) {
     line += '\n';
     const std::lock_guard lock(mutex_);
     waiting_.push_back({.text = std::move(line), .date = date});
+    ++count_;
     if (waiting_.size() == 1) { // else a call of the queue is under way that takes this line too
         // The queue ends, its work done, before the other members do: see their order.
         queue_.async([this] { writeWaiting(); });
@@ -88,6 +89,7 @@ void LogFileWriter::writeWaiting() {
     }
     for (const Line& line : lines) {
         write(line);
+        --count_;
     }
 }
 

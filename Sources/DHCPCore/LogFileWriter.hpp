@@ -3,6 +3,8 @@
 #include "DHCPCore/Date.hpp"
 #include "DHCPCore/Queue.hpp"
 
+#include <atomic>
+#include <cstddef>
 #include <filesystem>
 #include <mutex>
 #include <string>
@@ -28,6 +30,9 @@ class LogFileWriter {
     /// Waits until every line handed in before is written.
     void flush();
 
+    /// How many lines are handed in and not written yet. Any thread.
+    [[nodiscard]] std::size_t waiting() const { return count_; }
+
     [[nodiscard]] const std::filesystem::path& directory() const { return directory_; }
 
   private:
@@ -43,6 +48,7 @@ class LogFileWriter {
     std::filesystem::path directory_;
     std::mutex mutex_; ///< Guards the waiting lines: they come from any thread.
     std::vector<Line> waiting_;
+    std::atomic<std::size_t> count_{0}; ///< Of those, and of the ones that are being written.
     // Of the last line; touched on the queue only.
     CalendarTime day_;
     std::filesystem::path dayFile_;

@@ -2,9 +2,9 @@
 
 #include "DHCPCore/IntegerJSON.hpp"
 #include "DHCPCore/Overloaded.hpp"
+#include "DHCPCore/TextPieces.hpp"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -255,7 +255,7 @@ std::optional<std::string> DHCPPacket::clientID() const {
     if (!data) {
         return std::nullopt;
     }
-    return fmt::format("{:02x}", fmt::join(*data, ":"));
+    return hexadecimal(*data);
 }
 
 std::optional<IPv4Address> DHCPPacket::requestedIP() const { return addressOption(*this, OptionCode::requestedIP); }

@@ -18,9 +18,11 @@ constexpr std::chrono::seconds firstTick{1};
 constexpr std::chrono::seconds watchInterval{1};
 constexpr std::chrono::seconds retryDelay{1};
 /// Read at most so many datagrams before they are answered, and timers and callers get their turn.
-constexpr int datagramsPerTurn = 64;
-/// Reports beyond these, about forty megabytes, wait only where the reader has stopped.
-constexpr std::size_t mostReportsWaiting = 1U << 17U;
+constexpr std::size_t datagramsPerTurn = 64;
+/// When more reports wait, malformed packets are only counted.
+constexpr std::size_t manyReports = 1U << 15U;
+/// More reports, some forty megabytes, wait only where the reader has stopped.
+constexpr std::size_t mostReports = 1U << 17U;
 
 ServerEvent leaseChanged(const Lease& lease) { return {ServerEvent::LeaseChanged{lease}}; }
 
@@ -173,11 +175,13 @@ void DHCPServer::receiveWaiting() {
     tellOfUnreported();
     burst_.emplace();
     handleWaiting();
+    sendUnsavedReplies();
     // Who was just offered an address asks for it at once: rather one save for all of them than one more.
     const auto end = std::chrono::steady_clock::now() + patienceBeforeSaving();
     while (burst_->saves && burst_->requestsExpected > 0 && burst_->datagrams < datagramsPerTurn && isOpen_ &&
            transport_->awaitDatagram(end - std::chrono::steady_clock::now())) {
         handleWaiting();
+        sendUnsavedReplies();
     }
     std::vector<Step> steps = std::move(burst_->steps);
     burst_.reset();
@@ -208,12 +212,26 @@ void DHCPServer::handleWaiting() {
     }
 }
 
+/// All in a row: between two decisions, each reply would wake its receiver anew.
+void DHCPServer::sendUnsavedReplies() {
+    std::vector<Step> steps = std::exchange(burst_->steps, {});
+    burst_->steps.reserve(steps.size());
+    for (Step& step : steps) {
+        if (const auto* const reply = std::get_if<UnsavedReply>(&step)) {
+            send(reply->reply, true);
+        } else {
+            burst_->steps.push_back(std::move(step));
+        }
+    }
+}
+
 void DHCPServer::carryOut(std::vector<Step> steps) {
     bool isSaved = false; // the first save has what the later ones would add
     reports_.emplace();
     for (Step& step : steps) {
         std::visit(Overloaded{[this](ServerEvent& event) { emit(std::move(event)); },
                               [this](const Reply& reply) { send(reply, true); },
+                              [this](const UnsavedReply& early) { send(early.reply, true); },
                               [this, &isSaved](const SaveTable&) {
                                   if (!std::exchange(isSaved, true)) {
                                       persist();
@@ -223,6 +241,7 @@ void DHCPServer::carryOut(std::vector<Step> steps) {
     }
     std::vector<ServerEvent> reports = std::move(*reports_);
     reports_.reset();
+    lastReports_ = reports.size();
     events_->yieldAll(std::move(reports));
 }
 
@@ -242,7 +261,7 @@ void DHCPServer::handle(const Datagram& datagram) {
 
 /// In a flood, what is malformed is no longer reported one by one, before the reports take all memory.
 void DHCPServer::dropMalformed(const PacketError::Value& fault) {
-    if (events_->waiting() > mostReportsWaiting) {
+    if (events_->waiting() > manyReports) {
         ++unreported_;
         return;
     }
@@ -251,11 +270,15 @@ void DHCPServer::dropMalformed(const PacketError::Value& fault) {
 }
 
 /// While reports are read more slowly than they come, further messages are left to wait in the system's queue. A reader
-/// that has stopped altogether is waited for only briefly.
+/// that has stopped altogether is waited for only briefly; none is waited for when the last messages led to no report,
+/// as in a flood of malformed ones.
 void DHCPServer::waitForReader() {
     constexpr std::chrono::milliseconds step{1};
     constexpr int mostSteps = 5;
-    for (int count = 0; count < mostSteps && events_->waiting() > mostReportsWaiting; ++count) {
+    if (lastReports_ == 0) {
+        return;
+    }
+    for (int count = 0; count < mostSteps && events_->waiting() > mostReports; ++count) {
         const std::size_t before = events_->waiting();
         std::this_thread::sleep_for(step);
         if (events_->waiting() >= before) {
@@ -265,7 +288,7 @@ void DHCPServer::waitForReader() {
 }
 
 void DHCPServer::tellOfUnreported() {
-    if (unreported_ > 0 && events_->waiting() <= mostReportsWaiting / 2) {
+    if (unreported_ > 0 && events_->waiting() <= manyReports / 2) {
         inform(fmt::format("{} malformed packets dropped without a line for each: they came faster than lines are read",
                            std::exchange(unreported_, 0)));
     }
@@ -334,13 +357,15 @@ void DHCPServer::apply(Decision decision) {
     if (action == nullptr) {
         return;
     }
-    if (burst_) {
-        burst_->requestsExpected += action->reply.type == DHCPMessageType::offer ? 1 : -1;
+    if (!burst_) {
+        send(action->reply, true);
+        return;
     }
-    if (burst_ && decision.tableChanged && leaseFileWritable_) {
+    burst_->requestsExpected += action->reply.type == DHCPMessageType::offer ? 1 : -1;
+    if (decision.tableChanged && leaseFileWritable_) {
         burst_->steps.emplace_back(std::move(action->reply));
     } else {
-        send(action->reply, true);
+        burst_->steps.emplace_back(UnsavedReply{std::move(action->reply)});
     }
 }
 

@@ -75,12 +75,15 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
 
     /// What handling a datagram leads to, put off while further ones wait.
     struct SaveTable {};
-    using Step = std::variant<ServerEvent, Reply, SaveTable>;
+    struct UnsavedReply {
+        Reply reply; ///< Tells of nothing that is to be saved.
+    };
+    using Step = std::variant<ServerEvent, Reply, UnsavedReply, SaveTable>;
 
     /// Datagrams that are handled together.
     struct Burst {
         std::vector<Step> steps;
-        int datagrams = 0;
+        std::size_t datagrams = 0;
         bool saves = false;
         int requestsExpected = 0; ///< Offers that were not answered yet.
     };
@@ -93,6 +96,7 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
 
     void receiveWaiting();
     void handleWaiting();
+    void sendUnsavedReplies();
     [[nodiscard]] std::chrono::nanoseconds patienceBeforeSaving() const;
     void carryOut(std::vector<Step> steps);
     void handle(const Datagram& datagram);
@@ -142,6 +146,7 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     PresenceMap presence_;
     std::optional<Burst> burst_;                      ///< Present while waiting datagrams are being handled.
     std::optional<std::vector<ServerEvent>> reports_; ///< Present while these steps are carried out.
+    std::size_t lastReports_ = 0;                     ///< How many the last burst led to.
     std::uint64_t unreported_ = 0;                    ///< Malformed packets that were dropped in silence.
     bool linkUp_ = true;
     bool running_ = false;

@@ -2,6 +2,20 @@
 
 namespace DHCPCore {
 
+std::string hexadecimal(std::span<const std::uint8_t> bytes) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    text.reserve(3 * bytes.size());
+    for (const std::uint8_t byte : bytes) {
+        if (!text.empty()) {
+            text += ':';
+        }
+        text += digits[byte >> 4U];
+        text += digits[byte & 0xFU];
+    }
+    return text;
+}
+
 std::vector<std::string_view> splitKeepingEmpty(std::string_view text, char separator) {
     std::vector<std::string_view> pieces;
     for (;;) {

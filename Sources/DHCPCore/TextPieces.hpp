@@ -2,7 +2,10 @@
 
 #include <charconv>
 #include <concepts>
+#include <cstdint>
 #include <optional>
+#include <span>
+#include <string>
 #include <string_view>
 #include <system_error>
 #include <vector>
@@ -11,6 +14,9 @@ namespace DHCPCore {
 
 /// Whether the character is one of the ASCII digits 0 to 9, whatever the locale.
 [[nodiscard]] constexpr bool isDecimalDigit(char character) { return character >= '0' && character <= '9'; }
+
+/// Each byte as two lower-case hexadecimal digits, joined by ":".
+[[nodiscard]] std::string hexadecimal(std::span<const std::uint8_t> bytes);
 
 /// The pieces of a text between separators, empty ones included: "a..b" has three, "" has one.
 [[nodiscard]] std::vector<std::string_view> splitKeepingEmpty(std::string_view text, char separator);

@@ -140,7 +140,7 @@ class EventPrinter {
             const Date now = DHCPCore::currentDate();
             const auto line = EventLog::line(*event, now, DHCPCore::TimeZone::current());
             if (line && log_) {
-                log_->append(*line, now);
+                keep(*line, now);
             }
             const auto shown = json_ ? EventLog::json(*event, now) : line;
             if (shown && !readerIsGone_ && print(*shown) == EPIPE) {
@@ -154,6 +154,15 @@ class EventPrinter {
     }
 
   private:
+    /// In the log. Where lines are written far more slowly than they come, so many wait that they take some megabytes.
+    void keep(const std::string& line, Date now) {
+        constexpr std::size_t many = 1U << 15U;
+        if (log_->waiting() >= many) {
+            log_->flush();
+        }
+        log_->append(line, now);
+    }
+
     /// Waits for the next event. In a burst it looks for events a thousand times a second: to be woken for each of them
     /// would take time from answering.
     [[nodiscard]] std::optional<ServerEvent> nextOf(EventStream<ServerEvent>& events) {

@@ -107,6 +107,17 @@ TEST_F(LogFileWriterTest, AppendsLinesInTheirOrder) {
     EXPECT_EQ(readText(dayFile()), expected);
 }
 
+TEST_F(LogFileWriterTest, CountsTheLinesThatAreNotWrittenYet) {
+    LogFileWriter writer(root.path());
+    EXPECT_EQ(writer.waiting(), 0U);
+    for (int number = 0; number < 100; ++number) {
+        writer.append("line", date);
+        EXPECT_LE(writer.waiting(), static_cast<std::size_t>(number) + 1);
+    }
+    writer.flush();
+    EXPECT_EQ(writer.waiting(), 0U);
+}
+
 TEST_F(LogFileWriterTest, WritesAnEmptyLine) {
     LogFileWriter writer(root.path());
     writer.append("", date);
