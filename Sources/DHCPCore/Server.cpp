@@ -173,7 +173,7 @@ void DHCPServer::closeTransport() {
 void DHCPServer::receiveWaiting() {
     waitForReader();
     tellOfUnreported();
-    burst_.emplace();
+    burst_ = Burst{.steps = {}, .datagrams = 0, .saves = false, .requestsExpected = 0};
     handleWaiting();
     sendUnsavedReplies();
     // Who was just offered an address asks for it at once: rather one save for all of them than one more.

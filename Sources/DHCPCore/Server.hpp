@@ -83,9 +83,9 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     /// Datagrams that are handled together.
     struct Burst {
         std::vector<Step> steps;
-        std::size_t datagrams = 0;
-        bool saves = false;
-        int requestsExpected = 0; ///< Offers that were not answered yet.
+        std::size_t datagrams;
+        bool saves;
+        int requestsExpected; ///< Offers that were not answered yet.
     };
 
     void startOnQueue();
