@@ -99,7 +99,6 @@ extern "C" {
 
 int __real_open(const char* path, int flags, mode_t mode);
 ssize_t __real_read(int descriptor, void* bytes, size_t count);
-ssize_t __real_write(int descriptor, const void* bytes, size_t count);
 ssize_t __real_writev(int descriptor, const iovec* vectors, int count);
 int __real_close(int descriptor);
 int __real_rename(const char* from, const char* to);
@@ -125,14 +124,6 @@ int __wrap_open(const char* path, int flags, ...) {
 
 ssize_t __wrap_read(int descriptor, void* bytes, size_t count) {
     return judged(Kind::read, nullptr, [&] { return __real_read(descriptor, bytes, count); });
-}
-
-ssize_t __wrap_write(int descriptor, const void* bytes, size_t count) {
-    const Fate fate = injection().fateOf(Kind::write, nullptr);
-    if (const auto* const shortly = std::get_if<Fate::WritesShort>(&fate.value)) {
-        return __real_write(descriptor, bytes, std::min(count, shortly->bytes));
-    }
-    return carryOut(fate, [&] { return __real_write(descriptor, bytes, count); });
 }
 
 ssize_t __wrap_writev(int descriptor, const iovec* vectors, int count) {
