@@ -117,7 +117,7 @@ class Reader {
         return LeaseRecords{.leases = std::move(leases_.records), .quarantine = std::move(quarantine_.records)};
     }
 
-    // Called by the library, whose names these are.
+    // NOLINTBEGIN(readability-identifier-naming): called by the library, whose names these are
 
     bool null() { return scalar(Field::Kind::none, {}); }
     bool boolean(bool /*value*/) { return scalar(Field::Kind::other, {}); }
@@ -186,6 +186,8 @@ class Reader {
                             const nlohmann::json::exception& /*error*/) {
         return false;
     }
+
+    // NOLINTEND(readability-identifier-naming)
 
   private:
     // How many brackets are open around the document, a member of a list, and a member of a record.
