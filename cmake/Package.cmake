@@ -24,9 +24,9 @@ foreach(package tarnwick libdhcpcore-dev)
 endforeach()
 add_custom_target(debian_changelogs ALL DEPENDS ${TARNWICK_CHANGELOGS})
 
-foreach(part "tool-debian;tarnwick" "library-debian;libdhcpcore-dev")
-    list(GET part 0 component)
-    list(GET part 1 package)
+foreach(pair "tool-debian;tarnwick" "library-debian;libdhcpcore-dev")
+    list(GET pair 0 component)
+    list(GET pair 1 package)
     install(FILES ${debian}/${package}/changelog.gz Packaging/Debian/copyright
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
 endforeach()
@@ -73,7 +73,7 @@ remembers leases in a JSON file, asks before it gives an address of an offline
 device to another one, and tells which devices are present.
 
 It examines the host before it serves, and prints the one command that sets
-the card up; that command, networksetup, is part of this package.")
+the card up; that command, networksetup, is pair of this package.")
 
 set(CPACK_DEBIAN_LIBDHCPCORE-DEV_PACKAGE_NAME libdhcpcore-dev)
 set(CPACK_DEBIAN_LIBDHCPCORE-DEV_PACKAGE_SECTION libdevel)
