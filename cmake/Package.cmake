@@ -73,7 +73,7 @@ remembers leases in a JSON file, asks before it gives an address of an offline
 device to another one, and tells which devices are present.
 
 It examines the host before it serves, and prints the one command that sets
-the card up; that command, networksetup, is pair of this package.")
+the card up; that command, networksetup, is part of this package.")
 
 set(CPACK_DEBIAN_LIBDHCPCORE-DEV_PACKAGE_NAME libdhcpcore-dev)
 set(CPACK_DEBIAN_LIBDHCPCORE-DEV_PACKAGE_SECTION libdevel)
