@@ -31,6 +31,22 @@ class ServerPresenceTest : public ServerHarness {
         return probes;
     }
 
+    /// So many devices have leases from 10.0.0.10 on, and a probe of them does not come back before `releaseDevices`.
+    void holdDevices(std::uint8_t count) {
+        options.config.rangeEnd = ip(10 + count);
+        LeaseTable table;
+        for (std::uint8_t number = 0; number < count; ++number) {
+            table.upsert(boundLease(mac(number), ip(10 + number)));
+            host->hold(ip(10 + number));
+        }
+        saveLeases(table);
+    }
+    void releaseDevices(std::uint8_t count) {
+        for (std::uint8_t number = 0; number < count; ++number) {
+            host->release(ip(10 + number));
+        }
+    }
+
     [[nodiscard]] static Event probing(IPv4Address address) {
         return info("probing " + address.description() + " before giving it to another device");
     }
@@ -61,13 +77,7 @@ TEST_F(ServerPresenceTest, AsksWhoAnsweredOnlyWhenSomebodyDid) {
 TEST_F(ServerPresenceTest, LeavesAThreadFreeForAProbeThatADeviceWaitsFor) {
     constexpr std::uint8_t devices = 60;
     constexpr std::size_t atATime = 42;
-    options.config.rangeEnd = ip(10 + devices);
-    LeaseTable table;
-    for (std::uint8_t number = 0; number < devices; ++number) {
-        table.upsert(boundLease(mac(number), ip(10 + number)));
-        host->hold(ip(10 + number));
-    }
-    saveLeases(table);
+    holdDevices(devices);
     start();
     host->tick(seconds{10});
     EXPECT_TRUE(host->waitForProbes(atATime));
@@ -77,30 +87,20 @@ TEST_F(ServerPresenceTest, LeavesAThreadFreeForAProbeThatADeviceWaitsFor) {
     EXPECT_EQ(settled(), Events{});
     EXPECT_EQ(host->probes().size(), atATime) << "no cycle begins while one is under way";
 
-    for (std::uint8_t number = 0; number < devices; ++number) {
-        host->release(ip(10 + number));
-    }
+    releaseDevices(devices);
     EXPECT_EQ(take(devices).size(), devices);
     EXPECT_EQ(host->probes().size(), devices);
 }
 
 TEST_F(ServerPresenceTest, PassesOverADeviceThatLostItsLeaseBeforeItsTurn) {
     constexpr std::uint8_t devices = 50;
-    options.config.rangeEnd = ip(10 + devices);
-    LeaseTable table;
-    for (std::uint8_t number = 0; number < devices; ++number) {
-        table.upsert(boundLease(mac(number), ip(10 + number)));
-        host->hold(ip(10 + number));
-    }
-    saveLeases(table);
+    holdDevices(devices);
     start();
     host->tick(seconds{10});
     EXPECT_TRUE(host->waitForProbes(42));
     server->forgetLease(mac(49));
     EXPECT_EQ(take(1), Events{removed(mac(49))});
-    for (std::uint8_t number = 0; number < devices; ++number) {
-        host->release(ip(10 + number));
-    }
+    releaseDevices(devices);
     EXPECT_EQ(take(49).size(), 49U);
     EXPECT_EQ(std::ranges::count(host->probes(), probeOf(ip(10 + 49))), 0);
 }
