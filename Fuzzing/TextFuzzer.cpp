@@ -147,8 +147,23 @@ void checkLine(const std::string& text) {
     require(json && Fuzzing::isOneCleanLine(*json) && repairedUTF8(*json) == *json, "an event's JSON is one line");
 }
 
-constexpr std::array checks{checkAddress, checkHardwareAddress, checkSubnet,  checkMask, checkDuration, checkDate,
-                            checkNumber,  checkCommandLine,     checkQuoting, checkUTF8, checkLine};
+void checkScriptError(const std::string& text) {
+    const auto error = ScriptError::parse(text);
+    if (!error) {
+        return;
+    }
+    require(!HostSetupError(*error).message().empty(), "a failed script has its sentence");
+    if (error->message) {
+        const std::string number = error->number ? " (" + std::to_string(*error->number) + ")" : "";
+        require(text.find(*error->message) != std::string::npos, "a script's message is its own");
+        require(ScriptError::parse("0:1: execution error: " + *error->message + number + "\n") == error,
+                "a script's error is read again");
+    }
+}
+
+constexpr std::array checks{checkAddress, checkHardwareAddress, checkSubnet,      checkMask,    checkDuration,
+                            checkDate,    checkNumber,          checkCommandLine, checkQuoting, checkUTF8,
+                            checkLine,    checkScriptError};
 
 } // namespace
 

@@ -192,7 +192,9 @@ Texts userTexts() {
             {"h", "--iface\nen7\n--router\n192.168.0.1\n--dns\n1.1.1.1,9.9.9.9"},
             {"i", "USB 10/100 'LAN'"},
             {"j", "h\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xC3"},
-            {"k", "\x1b[31mred\n\xC2\x9B\x7F\xFF"}};
+            {"k", "\x1b[31mred\n\xC2\x9B\x7F\xFF"},
+            {"l", "0:52: execution error: User canceled. (-128)\n"},
+            {"l", "0:4: syntax error: Expected end of line. (-2741)\n"}};
 }
 
 Texts hostTexts() {
