@@ -32,7 +32,10 @@ std::optional<ScriptError> ScriptError::parse(std::string_view output) {
     if (opening != std::string_view::npos && message.ends_with(')')) {
         error.number = parseDecimal<int>(message.substr(opening + 2, message.size() - opening - 3));
     }
-    error.message = error.number ? message.substr(0, opening) : message;
+    message = error.number ? message.substr(0, opening) : message;
+    if (!message.empty()) { // else the caller's own sentence stands in
+        error.message = message;
+    }
     return error;
 }
 

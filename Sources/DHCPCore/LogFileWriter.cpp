@@ -30,10 +30,12 @@ void createDirectories(const std::filesystem::path& directory) {
 
 /// Opens a regular file for appending, made when there is none. Somebody may have put something else in its place: a
 /// link is not followed, and a pipe without a reader does not keep us waiting.
-FileDescriptor openForAppending(const std::filesystem::path& path) {
+/// @param folder where the file is, or closed; a long path takes longer to follow than a line to write.
+FileDescriptor openForAppending(const FileDescriptor& folder, const std::filesystem::path& path) {
     constexpr int flags = O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
     constexpr mode_t mode = 0644;
-    FileDescriptor file(::open(path.c_str(), flags));
+    FileDescriptor file(folder.isOpen() ? ::openat(folder.number(), path.filename().c_str(), flags)
+                                        : ::open(path.c_str(), flags));
     if (!file.isOpen() && errno == ENOENT) { // asked for second: a file that may have to be made is opened more slowly
         createDirectories(path.parent_path());
         file = FileDescriptor(::open(path.c_str(), flags | O_CREAT, mode));
@@ -87,14 +89,18 @@ void LogFileWriter::writeWaiting() {
         const std::lock_guard lock(mutex_);
         lines.swap(waiting_);
     }
+    FileDescriptor folder; // of these lines only: it may be moved and removed, too
+    if (lines.size() > 1) {
+        folder = FileDescriptor(::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    }
     for (const Line& line : lines) {
-        write(line);
+        write(folder, line);
         --count_;
     }
 }
 
-void LogFileWriter::write(const Line& line) {
-    const FileDescriptor file = openForAppending(fileOf(line.date));
+void LogFileWriter::write(const FileDescriptor& folder, const Line& line) {
+    const FileDescriptor file = openForAppending(folder, fileOf(line.date));
     if (file.isOpen()) {
         appendLine(file, line.text);
     }

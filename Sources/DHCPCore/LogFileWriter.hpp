@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DHCPCore/Date.hpp"
+#include "DHCPCore/FileDescriptor.hpp"
 #include "DHCPCore/Queue.hpp"
 
 #include <atomic>
@@ -42,7 +43,7 @@ class LogFileWriter {
     };
 
     void writeWaiting();
-    void write(const Line& line);
+    void write(const FileDescriptor& folder, const Line& line);
     const std::filesystem::path& fileOf(Date date);
 
     std::filesystem::path directory_;

@@ -107,6 +107,18 @@ TEST_F(LogFileWriterTest, AppendsLinesInTheirOrder) {
     EXPECT_EQ(readText(dayFile()), expected);
 }
 
+TEST_F(LogFileWriterTest, WritesLinesThatWaitTogetherIntoAFolderThatIsNotThereYet) {
+    const auto folder = root / "a" / "b";
+    std::string expected;
+    LogFileWriter writer(folder);
+    for (int number = 0; number < 100; ++number) {
+        writer.append(std::to_string(number), date);
+        expected += std::to_string(number) + "\n";
+    }
+    writer.flush();
+    EXPECT_EQ(readText(folder / "2025-01-31.log"), expected);
+}
+
 TEST_F(LogFileWriterTest, CountsTheLinesThatAreNotWrittenYet) {
     LogFileWriter writer(root.path());
     EXPECT_EQ(writer.waiting(), 0U);

@@ -11,7 +11,7 @@ void nameCurrent(const std::string& name) {
 }
 
 void makeWayForOthers() {
-    constexpr int niceness = 15;              // a thirtieth of an ordinary thread's share
+    constexpr int niceness = 19;              // a seventieth of an ordinary thread's share
     ::setpriority(PRIO_PROCESS, 0, niceness); // of a thread alone on this system; never refused
 }
 
