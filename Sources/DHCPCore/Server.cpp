@@ -2,6 +2,7 @@
 
 #include "DHCPCore/LocalNetwork.hpp"
 #include "DHCPCore/Overloaded.hpp"
+#include "DHCPCore/Threads.hpp"
 
 #include <fmt/format.h>
 
@@ -31,7 +32,9 @@ ServerEvent leaseChanged(const Lease& lease) { return {ServerEvent::LeaseChanged
 DHCPServer::DHCPServer(Options options, std::function<Date()> clock, ServerHost host)
     : options_(std::move(options)), responder_{.config = options_.config}, clock_(std::move(clock)),
       host_(std::move(host)), transport_(host_.makeTransport(options_.mode, options_.config.serverIP)),
-      interfaceName_(options_.mode.interfaceName()) {}
+      interfaceName_(options_.mode.interfaceName()) {
+    queue_.async(Threads::beginPromptly);
+}
 
 DHCPServer::~DHCPServer() {
     queue_.sync([this] {

@@ -12,4 +12,6 @@ void nameCurrent(const std::string& name) {
 
 void makeWayForOthers() { ::pthread_set_qos_class_self_np(QOS_CLASS_UTILITY, 0); }
 
+void beginPromptly() { ::pthread_set_qos_class_self_np(QOS_CLASS_USER_INITIATED, 0); }
+
 } // namespace DHCPCore::Threads
