@@ -152,7 +152,8 @@ void checkScriptError(const std::string& text) {
     if (!error) {
         return;
     }
-    require(!HostSetupError(*error).message().empty(), "a failed script has its sentence");
+    const std::string message = HostSetupError(*error).message();
+    require(error->message ? message == *error->message : !message.empty(), "a failed script has its sentence");
     if (error->message) {
         const std::string number = error->number ? " (" + std::to_string(*error->number) + ")" : "";
         require(text.find(*error->message) != std::string::npos, "a script's message is its own");

@@ -32,10 +32,7 @@ std::optional<ScriptError> ScriptError::parse(std::string_view output) {
     if (opening != std::string_view::npos && message.ends_with(')')) {
         error.number = parseDecimal<int>(message.substr(opening + 2, message.size() - opening - 3));
     }
-    message = error.number ? message.substr(0, opening) : message;
-    if (!message.empty()) { // else the caller's own sentence stands in
-        error.message = message;
-    }
+    error.message = error.number ? message.substr(0, opening) : message;
     return error;
 }
 

@@ -16,8 +16,7 @@ struct ScriptError {
     std::optional<int> number; ///< -128 when the user dismissed the dialog.
 
     /// Reads what osascript(1) prints when a script fails, as in "0:52: execution error: User canceled. (-128)".
-    /// @return nothing when it prints that it could not compile the script; no entries for any other text, and no
-    /// message where it is empty. Pure.
+    /// @return nothing when it prints that it could not compile the script; no entries for any other text. Pure.
     [[nodiscard]] static std::optional<ScriptError> parse(std::string_view output);
 
     bool operator==(const ScriptError&) const = default;

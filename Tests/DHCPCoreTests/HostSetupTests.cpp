@@ -113,12 +113,6 @@ TEST(ScriptErrorTest, HasNoNumberWhereNoneStandsAtTheEnd) {
     }
 }
 
-TEST(ScriptErrorTest, HasNoMessageWhereTheScriptSaysNothing) {
-    EXPECT_EQ(ScriptError::parse("0:9: execution error: \n"), ScriptError{});
-    EXPECT_EQ(ScriptError::parse("0:9: execution error:  (-128)\n"),
-              (ScriptError{.message = std::nullopt, .number = -128}));
-}
-
 TEST(ScriptErrorTest, IsEmptyForAnyOtherText) {
     for (const std::string text : {"", "\n", "osascript: can't do that", "execution error: a (1)"}) {
         EXPECT_EQ(ScriptError::parse(text), ScriptError{}) << text;
