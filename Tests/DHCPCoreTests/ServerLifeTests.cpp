@@ -2,6 +2,7 @@
 #include "Support/OpenDescriptors.hpp"
 #include "Support/OwnThreads.hpp"
 #include "Support/ServerHarness.hpp"
+#include "Support/Settled.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +17,13 @@ namespace {
 
 using namespace TestSupport; // NOLINT(*-build-using-namespace): the words of the tests
 using std::chrono::seconds;
+
+/// Fails the test when this process keeps more descriptors or threads. A server that its own thread let go of last ends
+/// there, and nobody waits for that thread: one of an earlier server may have been counted, too.
+void expectAtMost(std::size_t descriptors, std::ptrdiff_t threads) {
+    EXPECT_LE(settled([] { return openDescriptors().size(); }, descriptors), descriptors);
+    EXPECT_LE(settled(ownThreads, threads), threads);
+}
 
 /// A pool of two addresses, one of a device that does not answer; every server is made on a host of its own.
 class ServerLifeTest : public ServerHarness {
@@ -99,13 +107,12 @@ TEST_F(ServerLifeTest, LeavesNothingAfterAThousandStartsAndStops) {
             host.reset();
         };
     startAndStop(); // what the run-time library keeps for good from then on is not counted
-    const auto descriptors = openDescriptors();
-    const auto threads = ownThreads();
+    const std::size_t descriptors = openDescriptors().size();
+    const std::ptrdiff_t threads = ownThreads();
     for (int round = 0; round < rounds(1000); ++round) {
         startAndStop();
     }
-    EXPECT_EQ(openDescriptors(), descriptors);
-    EXPECT_EQ(ownThreads(), threads);
+    expectAtMost(descriptors, threads);
 }
 
 TEST_F(ServerLifeTest, StopsInOrderAfterAnyOfItsEvents) {
@@ -136,7 +143,8 @@ TEST_F(ServerLifeTest, StopsInOrderAfterAnyOfItsEvents) {
 }
 
 TEST_F(ServerLifeTest, EndsWithoutBeingStoppedInTheMidstOfAnyOfItsDeeds) {
-    const auto descriptors = openDescriptors();
+    const std::size_t descriptors = openDescriptors().size();
+    const std::ptrdiff_t threads = ownThreads();
     constexpr std::size_t deeds = 10;
     constexpr std::size_t times = 10; // what the queue has got to by then differs each time
     for (std::size_t round = 0; round <= deeds * times; ++round) {
@@ -150,12 +158,7 @@ TEST_F(ServerLifeTest, EndsWithoutBeingStoppedInTheMidstOfAnyOfItsDeeds) {
         EXPECT_FALSE(host->isWireOpen());
     }
     host.reset();
-    // A server that its own thread let go of last ends there, and nobody waits for that thread.
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (openDescriptors() != descriptors && std::chrono::steady_clock::now() < end) {
-        std::this_thread::yield();
-    }
-    EXPECT_EQ(openDescriptors(), descriptors);
+    expectAtMost(descriptors, threads);
 }
 
 TEST_F(ServerLifeTest, SendsNothingAgainOnceItIsStopped) {
@@ -216,13 +219,12 @@ TEST_F(SystemServerLifeTest, LeavesNothingAfterManyStartsStopsAndDrops) {
         EXPECT_EQ(count, stops ? 2U : 1U);
     };
     startAndEnd(true);
-    const auto descriptors = openDescriptors();
-    const auto threads = ownThreads();
+    const std::size_t descriptors = openDescriptors().size();
+    const std::ptrdiff_t threads = ownThreads();
     for (int round = 0; round < rounds(300); ++round) {
         startAndEnd(round % 3 != 0);
     }
-    EXPECT_EQ(openDescriptors(), descriptors);
-    EXPECT_EQ(ownThreads(), threads);
+    expectAtMost(descriptors, threads);
 }
 
 } // namespace

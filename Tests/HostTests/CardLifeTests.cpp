@@ -2,6 +2,7 @@
 // address, again and again, while devices ask.
 #include "HostTests/HostTest.hpp"
 #include "HostTests/Wire.hpp"
+#include "Support/Settled.hpp"
 
 #include <fmt/format.h>
 
@@ -10,8 +11,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <iterator>
 #include <random>
 #include <thread>
 
@@ -30,10 +29,6 @@ int cycles() {
 
 class CardLifeTest : public HostTest {
   protected:
-    static std::ptrdiff_t entries(const ToolProcess& tool, const std::string& folder) {
-        return std::distance(std::filesystem::directory_iterator(fmt::format("/proc/{}/{}", tool.pid(), folder)), {});
-    }
-
     /// Does one thing to the card, and undoes it. The card has its name, its link and its address afterwards.
     void disturb(int cycle) const {
         const Network& host = lab().host();
@@ -165,12 +160,9 @@ TEST_F(CardLifeTest, OutlivesWhateverHappensToTheCardUnderTraffic) {
         }
     }
     awaitService(wire, device.mac());
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (entries(tool, "fd") > descriptors && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds{10});
-    }
-    EXPECT_LE(entries(tool, "fd"), descriptors);
-    RecordProperty("descriptors", static_cast<int>(entries(tool, "fd")));
+    const auto left = settled([&tool] { return entries(tool, "fd"); }, descriptors);
+    EXPECT_LE(left, descriptors);
+    RecordProperty("descriptors", static_cast<int>(left));
     RecordProperty("threads", static_cast<int>(entries(tool, "task")));
     tool.signal(SIGINT);
     EXPECT_EQ(tool.wait(), 0);

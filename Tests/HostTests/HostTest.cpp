@@ -90,6 +90,10 @@ std::vector<std::string> HostTest::stop(ToolProcess& tool) {
     return events;
 }
 
+std::ptrdiff_t HostTest::entries(const ToolProcess& tool, const std::string& folder) {
+    return std::distance(std::filesystem::directory_iterator(fmt::format("/proc/{}/{}", tool.pid(), folder)), {});
+}
+
 std::string HostTest::logged(const ToolProcess& tool) {
     std::vector<std::filesystem::path> files;
     if (std::filesystem::is_directory(logFolder(tool))) {

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -43,6 +44,9 @@ class HostTest : public testing::Test {
 
     /// Stops the server as Ctrl-C does. @return the events since the last line that was read, without their times.
     static std::vector<std::string> stop(ToolProcess& tool);
+
+    /// How many entries a folder of the tool's process has: its descriptors ("fd") or its threads ("task").
+    static std::ptrdiff_t entries(const ToolProcess& tool, const std::string& folder);
 
     /// Where the tool keeps its log files.
     [[nodiscard]] static std::filesystem::path logFolder(const ToolProcess& tool) {

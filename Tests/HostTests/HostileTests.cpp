@@ -1,14 +1,11 @@
 // Strangers who want every address of a full pool at once, on a card, while the server may open few descriptors.
 #include "HostTests/HostTest.hpp"
 #include "HostTests/Wire.hpp"
+#include "Support/Settled.hpp"
 
 #include <fmt/format.h>
 
-#include <chrono>
 #include <cstddef>
-#include <filesystem>
-#include <iterator>
-#include <thread>
 
 namespace Tarnwick {
 namespace {
@@ -32,10 +29,6 @@ class FullPoolTest : public HostTest {
         return setting;
     }
 
-    static std::ptrdiff_t descriptors(const ToolProcess& tool) {
-        return std::distance(std::filesystem::directory_iterator(fmt::format("/proc/{}/fd", tool.pid())), {});
-    }
-
     static ClientMessage strangersDiscover(std::uint32_t number) {
         const auto bytes = bigEndianBytes(number);
         ClientMessage message = discover(MACAddress{{0x02, 0x66, bytes[0], bytes[1], bytes[2], bytes[3]}});
@@ -52,7 +45,7 @@ TEST_F(FullPoolTest, KeepsItsDeviceAndItsDescriptorsWhenAThousandStrangersAskAtO
     const Wire theirs(strangers.network(), "eth0");
     ToolProcess tool(servingFullPool(device.mac()));
     started(tool);
-    const auto open = descriptors(tool);
+    const auto open = entries(tool, "fd");
 
     constexpr std::uint32_t count = 1000;
     constexpr std::uint32_t burst = 50; // what sockets can hold: all that is broadcast comes to the device as well
@@ -69,11 +62,7 @@ TEST_F(FullPoolTest, KeepsItsDeviceAndItsDescriptorsWhenAThousandStrangersAskAtO
     const auto events = eventsThrough(tool, "INFO         range full: reclaimed ");
     EXPECT_FALSE(tells(events, "INFO         range full: reclaimed 192.168.0.100 "));
 
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (descriptors(tool) > open && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds{10});
-    }
-    EXPECT_LE(descriptors(tool), open);
+    EXPECT_LE(settled([&tool] { return entries(tool, "fd"); }, open), open);
     const auto rest = stop(tool);
     EXPECT_FALSE(tells(rest, "INFO         range full: reclaimed 192.168.0.100 "));
     EXPECT_EQ(rest.back(), "STOP         server stopped");

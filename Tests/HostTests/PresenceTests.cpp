@@ -1,15 +1,14 @@
 // Who of the leased devices is there, as the built tool sees it over a cable.
 #include "DHCPCore/Addresses.hpp"
 #include "HostTests/HostTest.hpp"
+#include "Support/Settled.hpp"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <iterator>
 #include <regex>
-#include <thread>
 
 namespace Tarnwick {
 namespace {
@@ -72,10 +71,6 @@ class CrowdTest : public HostTest, public testing::WithParamInterface<int> {
         return setting;
     }
 
-    static std::ptrdiff_t entries(const ToolProcess& tool, const std::string& folder) {
-        return std::distance(std::filesystem::directory_iterator(fmt::format("/proc/{}/{}", tool.pid(), folder)), {});
-    }
-
     /// How many of the tool's threads probe.
     static std::ptrdiff_t probingThreads(const ToolProcess& tool) {
         std::ptrdiff_t number = 0;
@@ -105,13 +100,8 @@ TEST_P(CrowdTest, IsAskedWithinOneCycleWithFewThreadsAndNothingLeftOpen) {
     EXPECT_GT(mostThreads, 1);
     EXPECT_LE(mostThreads, 64);
 
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    auto left = entries(tool, "fd");
-    while (left > open && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds{1});
-        left = entries(tool, "fd");
-    }
-    EXPECT_LE(left, open); // fewer when a line of the log was just being written at the first count
+    // Fewer when a line of the log was just being written at the first count.
+    EXPECT_LE(settled([&tool] { return entries(tool, "fd"); }, open), open);
     stop(tool);
 }
 

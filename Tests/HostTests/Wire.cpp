@@ -1,11 +1,12 @@
 #include "HostTests/Wire.hpp"
 
-#include "Support/ChildProcess.hpp"
+#include "Support/Patience.hpp"
 
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <net/ethernet.h>
 #include <net/if.h>
@@ -14,6 +15,7 @@
 #include <stdexcept>
 #include <sys/socket.h>
 #include <system_error>
+#include <thread>
 
 namespace Tarnwick {
 
@@ -126,8 +128,13 @@ void Wire::send(const DHCPPacket& packet) const {
 
 void Wire::send(const Frame& frame) const {
     const Bytes bytes = serializeFrame(frame);
-    if (::send(socket_.number(), bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-        throw std::system_error(errno, std::generic_category(), "sending a frame");
+    const auto end = std::chrono::steady_clock::now() + TestSupport::patience;
+    while (::send(socket_.number(), bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+        // ENOBUFS: the host is so busy that its queue of arriving frames is full, and this one was dropped.
+        if (errno != ENOBUFS || std::chrono::steady_clock::now() > end) {
+            throw std::system_error(errno, std::generic_category(), "sending a frame");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
     }
 }
 

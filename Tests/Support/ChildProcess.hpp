@@ -1,9 +1,9 @@
 #pragma once
 
 #include "DHCPCore/FileDescriptor.hpp"
+#include "Support/Patience.hpp"
 #include "Support/TemporaryDirectory.hpp"
 
-#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -11,9 +11,6 @@
 #include <vector>
 
 namespace DHCPCore::TestSupport {
-
-/// How long a test waits for something that should happen at once.
-inline constexpr std::chrono::seconds patience{20};
 
 /// A program that runs beside the test, with a home folder of its own. Killed when it still runs at the end, and when
 /// the test dies.

@@ -9,6 +9,7 @@
 #include "DHCPCore/Queue.hpp"
 #include "DHCPCore/ServerHost.hpp"
 #include "DHCPCore/Transport.hpp"
+#include "Support/Patience.hpp"
 
 #include <chrono>
 #include <condition_variable>
@@ -28,9 +29,6 @@
 #include <vector>
 
 namespace DHCPCore::TestSupport {
-
-/// How long a test waits for what must come; reached only by a test that fails.
-inline constexpr std::chrono::seconds patience{20};
 
 /// A host made of values, for a server under test: its cards, its wire, its timers and its clock are the test's. May be
 /// asked from any thread, and outlives every server that uses it.
