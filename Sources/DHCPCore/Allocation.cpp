@@ -72,19 +72,33 @@ std::optional<IPv4Address> lowestFreeAddress(const LeaseTable& table, AddressRan
     return free;
 }
 
+/// Whether a lease stands in the client's way, and its address may be taken from its holder, who is gone.
+bool isReclaimable(const Lease& lease, const MACAddress& mac, const AddressPredicate& isUsable,
+                   const AddressPredicate& holderIsOffline) {
+    return lease.mac != mac && isUsable(lease.ip) && holderIsOffline(lease.ip);
+}
+
 /// The address of the offline device that was seen longest ago.
 std::optional<IPv4Address> reclaimableAddress(const MACAddress& mac, std::span<const Lease> leases,
                                               const AddressPredicate& isUsable, const AddressPredicate& holderIsOffline,
                                               Date now) {
     const Lease* oldest = nullptr;
     for (const Lease& lease : leases) {
-        if (lease.mac == mac || !lease.holdsAddress(now) || !isUsable(lease.ip) || !holderIsOffline(lease.ip)) {
+        if (!lease.holdsAddress(now) || !isReclaimable(lease, mac, isUsable, holderIsOffline)) {
             continue;
         }
         if (oldest == nullptr || std::tie(lease.lastSeen, lease.ip) < std::tie(oldest->lastSeen, oldest->ip)) {
             oldest = &lease;
         }
     }
+    return oldest == nullptr ? std::nullopt : std::optional(oldest->ip);
+}
+
+std::optional<IPv4Address> reclaimableAddress(const MACAddress& mac, const LeaseTable& table,
+                                              const AddressPredicate& isUsable, const AddressPredicate& holderIsOffline,
+                                              Date now) {
+    const Lease* const oldest = table.findOldestHolder(
+        now, [&](const Lease& lease) { return isReclaimable(lease, mac, isUsable, holderIsOffline); });
     return oldest == nullptr ? std::nullopt : std::optional(oldest->ip);
 }
 
@@ -117,7 +131,7 @@ std::optional<IPv4Address> chooseAddress(const MACAddress& mac, std::optional<IP
     if (const auto free = lowestFreeAddress(table, range, isUsable, now)) {
         return free;
     }
-    return reclaimableAddress(mac, table.leases(), isUsable, holderIsOffline, now);
+    return reclaimableAddress(mac, table, isUsable, holderIsOffline, now);
 }
 
 std::optional<IPv4Address> chooseAddress(const MACAddress& mac, std::optional<IPv4Address> requested,

@@ -132,6 +132,13 @@ const Lease* LeaseTable::findHolder(IPv4Address ip, Date now) const {
     return nullptr;
 }
 
+const Lease* LeaseTable::findOldestHolder(Date now, const HoldersByAge::Predicate& predicate) const {
+    if (!holdersByAge_) {
+        holdersByAge_.emplace(leases_, now);
+    }
+    return holdersByAge_->oldest(leases_, now, predicate);
+}
+
 bool LeaseTable::isQuarantined(IPv4Address ip, Date now) const {
     const auto found = quarantinedUntil_.find(ip);
     return found != quarantinedUntil_.end() && found->second > now;
@@ -139,18 +146,26 @@ bool LeaseTable::isQuarantined(IPv4Address ip, Date now) const {
 
 void LeaseTable::upsert(Lease lease) {
     const IPv4Address ip = lease.ip;
-    if (const auto position = index_.positionOf(lease.mac)) {
-        const IPv4Address before = leases_[*position].ip;
-        index_.move(before, ip, *position);
-        leases_[*position] = std::move(lease);
-        leaseSerials_[*position] = nextSerial();
+    const auto known = index_.positionOf(lease.mac);
+    const std::size_t position = known.value_or(leases_.size());
+    if (known) {
+        const IPv4Address before = leases_[position].ip;
+        if (holdersByAge_) {
+            holdersByAge_->remove(leases_[position], position);
+        }
+        index_.move(before, ip, position);
+        leases_[position] = std::move(lease);
+        leaseSerials_[position] = nextSerial();
         updateHold(before);
     } else {
-        index_.append(lease.mac, ip, leases_.size());
+        index_.append(lease.mac, ip, position);
         leases_.push_back(std::move(lease));
         leaseSerials_.push_back(nextSerial());
     }
     updateHold(ip);
+    if (holdersByAge_) {
+        holdersByAge_->add(leases_[position], position);
+    }
 }
 
 std::optional<Lease> LeaseTable::remove(const MACAddress& mac) {
@@ -216,6 +231,7 @@ std::vector<Lease> LeaseTable::dropOutside(AddressRange range) {
 void LeaseTable::leasesReplaced() {
     index_.clear(leases_.size());
     held_.clear();
+    holdersByAge_.reset();
     for (std::size_t position = 0; position < leases_.size(); ++position) {
         index_.append(leases_[position].mac, leases_[position].ip, position);
     }

@@ -4,6 +4,7 @@
 #include "DHCPCore/Date.hpp"
 #include "DHCPCore/EnumText.hpp"
 #include "DHCPCore/HeldAddresses.hpp"
+#include "DHCPCore/HoldersByAge.hpp"
 #include "DHCPCore/LeaseIndex.hpp"
 #include "DHCPCore/PresenceState.hpp"
 
@@ -88,6 +89,11 @@ class LeaseTable {
         return held_.lowestFree(range, now);
     }
 
+    /// The record that holds its address at that instant, meets the predicate, and whose client was last heard from
+    /// longest ago; of equal ones the lowest address. Null when there is none. From the first question on the table
+    /// keeps its records in that order, too: one thread at a time may ask.
+    [[nodiscard]] const Lease* findOldestHolder(Date now, const HoldersByAge::Predicate& predicate) const;
+
     /// Replaces the client's record where it stands, else appends it.
     void upsert(Lease lease);
     /// Removes the client's record and returns it; nothing when there is none.
@@ -129,6 +135,7 @@ class LeaseTable {
     HeldAddresses held_;                                     ///< By leases, not by quarantine.
     std::unordered_map<IPv4Address, Date> quarantinedUntil_; ///< The latest of an address's records.
     Date firstQuarantineEnd_ = Date::max();                  ///< Before it there is nothing to prune.
+    mutable std::optional<HoldersByAge> holdersByAge_;       ///< Made when it is first needed.
 };
 
 /// Objects with one key per field; the optional texts of a lease only when present, dates as `iso8601` writes them.

@@ -14,6 +14,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -92,12 +93,31 @@ bool change(Random& random, Model::Table& model, LeaseTable& table) {
     }
 }
 
+/// The plain walk to the record that holds its address, is at an even one, and was last heard from longest ago.
+const Lease* oldestEvenHolder(const Model::Table& model, Date instant) {
+    const Lease* oldest = nullptr;
+    for (const Lease& lease : model.leases) {
+        if (lease.holdsAddress(instant) && lease.ip.value % 2 == 0 &&
+            (oldest == nullptr || std::tie(lease.lastSeen, lease.ip) < std::tie(oldest->lastSeen, oldest->ip))) {
+            oldest = &lease;
+        }
+    }
+    return oldest;
+}
+
 void expectSameAnswers(const Model::Table& model, const LeaseTable& table, Date instant) {
     for (std::uint8_t number = 0; number < universe; ++number) {
         const IPv4Address address = ip(10 + number);
         EXPECT_EQ(table.lease(mac(number)), model.lease(mac(number)));
         EXPECT_EQ(table.holder(address, instant), Model::holder(model.leases, address, instant));
         EXPECT_EQ(table.isQuarantined(address, instant), model.isQuarantined(address, instant));
+    }
+    const Lease* const oldest =
+        table.findOldestHolder(instant, [](const Lease& lease) { return lease.ip.value % 2 == 0; });
+    const Lease* const expected = oldestEvenHolder(model, instant);
+    ASSERT_EQ(oldest == nullptr, expected == nullptr);
+    if (oldest != nullptr) {
+        EXPECT_EQ(*oldest, *expected);
     }
 }
 
