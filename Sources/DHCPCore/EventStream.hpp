@@ -76,6 +76,9 @@ class EventStream {
     /// How many values the consumer has yet to take. Any thread.
     [[nodiscard]] std::size_t waiting() const { return waiting_; }
 
+    /// How many values the consumer has taken so far. Any thread.
+    [[nodiscard]] std::size_t taken() const { return takenCount_; }
+
   private:
     [[nodiscard]] std::optional<T> pop() {
         if (taken_.empty()) {
@@ -84,6 +87,7 @@ class EventStream {
         std::optional<T> value(std::move(taken_.front()));
         taken_.pop_front();
         --waiting_;
+        ++takenCount_;
         return value;
     }
 
@@ -93,6 +97,7 @@ class EventStream {
     std::condition_variable ready_;
     std::deque<T> values_;
     std::atomic<std::size_t> waiting_{0}; ///< In both.
+    std::atomic<std::size_t> takenCount_{0};
     bool finished_ = false;
 };
 

@@ -22,8 +22,12 @@ constexpr std::chrono::seconds retryDelay{1};
 constexpr std::size_t datagramsPerTurn = 64;
 /// When more reports wait, malformed packets are only counted.
 constexpr std::size_t manyReports = 1U << 15U;
+/// When more wait, so do the messages of devices without a lease.
+constexpr std::size_t tooManyReports = 1U << 16U;
 /// More reports, some forty megabytes, wait only where the reader has stopped.
 constexpr std::size_t mostReports = 1U << 17U;
+/// So many messages wait at most.
+constexpr std::size_t mostPostponed = 1024;
 
 ServerEvent leaseChanged(const Lease& lease) { return {ServerEvent::LeaseChanged{lease}}; }
 
@@ -166,6 +170,7 @@ void DHCPServer::openTransport() {
 
 void DHCPServer::closeTransport() {
     readSource_.reset();
+    postponed_.clear(); // as what waits in a socket that is closed
     transport_->close();
     isOpen_ = false;
 }
@@ -176,7 +181,9 @@ void DHCPServer::closeTransport() {
 void DHCPServer::receiveWaiting() {
     waitForReader();
     tellOfUnreported();
+    postpones_ = readerIsBehind();
     burst_ = Burst{.steps = {}, .datagrams = 0, .saves = false, .requestsExpected = 0};
+    handlePostponed();
     handleWaiting();
     sendUnsavedReplies();
     // Who was just offered an address asks for it at once: rather one save for all of them than one more.
@@ -189,6 +196,7 @@ void DHCPServer::receiveWaiting() {
     std::vector<Step> steps = std::move(burst_->steps);
     burst_.reset();
     carryOut(std::move(steps));
+    returnToPostponed();
 }
 
 /// About a tenth of the time that saving takes.
@@ -258,6 +266,14 @@ void DHCPServer::handle(const Datagram& datagram) {
         return;
     }
     const auto& packet = std::get<DHCPPacket>(result);
+    if (postpones_ && !isOfLeaseholder(packet)) {
+        postpone(packet);
+        return;
+    }
+    handle(packet);
+}
+
+void DHCPServer::handle(const DHCPPacket& packet) {
     emit({ServerEvent::Received{PacketSummary(packet, interfaceName_)}});
     process(packet, {});
 }
@@ -291,9 +307,67 @@ void DHCPServer::waitForReader() {
 }
 
 void DHCPServer::tellOfUnreported() {
-    if (unreported_ > 0 && events_->waiting() <= manyReports / 2) {
+    if (events_->waiting() > manyReports / 2) {
+        return;
+    }
+    if (unreported_ > 0) {
         inform(fmt::format("{} malformed packets dropped without a line for each: they came faster than lines are read",
                            std::exchange(unreported_, 0)));
+    }
+    if (refused_ > 0) {
+        inform(fmt::format("{} messages of devices without a lease dropped without a line for each: they came faster "
+                           "than lines are read",
+                           std::exchange(refused_, 0)));
+    }
+}
+
+/// Whether far too many reports wait for a reader that does read.
+bool DHCPServer::readerIsBehind() {
+    constexpr std::chrono::milliseconds longestPause{100};
+    if (events_->waiting() <= tooManyReports) {
+        return false;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (const std::size_t taken = events_->taken(); taken != taken_) {
+        taken_ = taken;
+        takenAt_ = now;
+    }
+    return now - takenAt_ < longestPause;
+}
+
+/// Whether the message is of a device that was ACKed, as far as it says the truth of itself.
+bool DHCPServer::isOfLeaseholder(const DHCPPacket& packet) const {
+    const auto mac = packet.mac();
+    const Lease* const lease = mac ? table_.find(*mac) : nullptr;
+    return lease != nullptr && lease->state == Lease::State::bound && lease->holdsAddress(clock_());
+}
+
+/// Reports can't be made as quickly as strangers can ask. While they are behind, strangers wait, in the order in which
+/// they came, so that who has a lease is answered at once; those for whom there is no room will ask again.
+void DHCPServer::postpone(const DHCPPacket& packet) {
+    if (postponed_.size() < mostPostponed) {
+        postponed_.push_back(packet);
+    } else {
+        ++refused_;
+    }
+}
+
+/// Leaves half of the turn to what came meanwhile.
+void DHCPServer::handlePostponed() {
+    for (; !postpones_ && !postponed_.empty() && burst_->datagrams < datagramsPerTurn / 2; ++burst_->datagrams) {
+        handle(postponed_.front());
+        postponed_.pop_front();
+    }
+}
+
+void DHCPServer::returnToPostponed() {
+    constexpr std::chrono::milliseconds soon{1};
+    if (!postponed_.empty() && !returns_) {
+        returns_ = true;
+        host_.after(queue_, soon, weakly([](DHCPServer& server) {
+                        server.returns_ = false;
+                        server.receiveWaiting();
+                    }));
     }
 }
 

@@ -100,9 +100,15 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     [[nodiscard]] std::chrono::nanoseconds patienceBeforeSaving() const;
     void carryOut(std::vector<Step> steps);
     void handle(const Datagram& datagram);
+    void handle(const DHCPPacket& packet);
     void dropMalformed(const PacketError::Value& fault);
     void waitForReader();
     void tellOfUnreported();
+    [[nodiscard]] bool readerIsBehind();
+    [[nodiscard]] bool isOfLeaseholder(const DHCPPacket& packet) const;
+    void postpone(const DHCPPacket& packet);
+    void handlePostponed();
+    void returnToPostponed();
     [[nodiscard]] bool arrivedElsewhere(const Datagram& datagram);
     void process(const DHCPPacket& packet, ProbeAnswers probes);
     void probeAndProcess(IPv4Address ip, const DHCPPacket& packet, ProbeAnswers probes);
@@ -148,6 +154,12 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     std::optional<std::vector<ServerEvent>> reports_; ///< Present while these steps are carried out.
     std::size_t lastReports_ = 0;                     ///< How many the last burst led to.
     std::uint64_t unreported_ = 0;                    ///< Malformed packets that were dropped in silence.
+    std::deque<DHCPPacket> postponed_;                ///< Messages of strangers, to be handled later.
+    bool postpones_ = false;                          ///< Strangers wait.
+    bool returns_ = false;                            ///< Work that handles what is postponed is on its way.
+    std::uint64_t refused_ = 0;                       ///< Messages of strangers that were dropped in silence.
+    std::size_t taken_ = 0;                           ///< Reports that the reader had taken when it was last seen
+    std::chrono::steady_clock::time_point takenAt_;   ///< to read.
     bool linkUp_ = true;
     bool running_ = false;
     std::set<NoticeKind> raised_;   ///< Raised and not yet cleared.

@@ -25,7 +25,7 @@ ServerHost ServerHost::system() {
         .readARPTable = ARPTable::read,
         .every = [](SerialQueue& queue, std::chrono::seconds first, std::chrono::seconds interval,
                     SerialQueue::Work work) { return queue.every(first, interval, std::move(work)); },
-        .after = [](SerialQueue& queue, std::chrono::seconds delay,
+        .after = [](SerialQueue& queue, SerialQueue::Duration delay,
                     SerialQueue::Work work) { queue.after(delay, std::move(work)); },
     };
 }

@@ -34,7 +34,7 @@ struct ServerHost {
                                                 SerialQueue::Work)>
         every;
     /// Once, so much later.
-    std::function<void(SerialQueue&, std::chrono::seconds delay, SerialQueue::Work)> after;
+    std::function<void(SerialQueue&, SerialQueue::Duration delay, SerialQueue::Work)> after;
 
     [[nodiscard]] static ServerHost system();
 };

@@ -169,7 +169,7 @@ TEST_F(ServerLifeTest, SendsNothingAgainOnceItIsStopped) {
     EXPECT_EQ(take(5).size(), 5U);
     server->stop();
     EXPECT_EQ(settled(), std::vector<ServerEvent>{stopped()});
-    ASSERT_EQ(host->delays(), std::vector<seconds>{seconds{1}});
+    ASSERT_EQ(host->delays(), std::vector<SerialQueue::Duration>{seconds{1}});
     host->passDelays();
     EXPECT_EQ(host->sent(), std::vector<FakeHost::SentReply>{});
     EXPECT_EQ(events->next(), std::nullopt);

@@ -11,6 +11,7 @@ namespace {
 
 using namespace TestSupport; // NOLINT(*-build-using-namespace): the words of the tests
 using std::chrono::hours;
+using std::chrono::seconds;
 using Event = ServerEvent;
 using Events = std::vector<ServerEvent>;
 
@@ -110,6 +111,97 @@ TEST_F(ServerReceiveTest, CountsMalformedPacketsOnceTooManyReportsWait) {
     EXPECT_EQ(eventsOf(discover(mac(1)), 4)[0],
               info(std::to_string(packets - reported) +
                    " malformed packets dropped without a line for each: they came faster than lines are read"));
+}
+
+/// A device with a lease and strangers, who asked so often that far too many reports wait.
+class ServerOverloadTest : public ServerReceiveTest {
+  protected:
+    static constexpr std::size_t burst = 64;
+    static constexpr std::size_t reportsThatMayWait = 1U << 16U;
+    static constexpr std::size_t messagesThatMayWait = 1024;
+    static constexpr std::size_t reportsOfDiscover = 3;
+    static constexpr std::size_t reportsOfRenewal = 3;
+
+    ServerOverloadTest() {
+        saveLeases(tableOf({boundLease(mac(9), ip(11))}));
+        start();
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (reports() <= reportsThatMayWait) {
+            host->arrive(std::vector<Datagram>(burst, datagram(discover(mac(1)))));
+            asked_ += burst;
+            while (reports() < asked_ * reportsOfDiscover && std::chrono::steady_clock::now() < end) {
+                std::this_thread::yield();
+            }
+        }
+    }
+
+    [[nodiscard]] std::size_t reports() const { return events->waiting(); }
+
+    /// Strangers ask again, so often, and then the device with a lease; all at once, and a reader has just read.
+    void askAmongStrangers(std::size_t strangers) {
+        EXPECT_TRUE(events->next(patience));
+        std::vector<Datagram> datagrams(strangers, datagram(discover(mac(1))));
+        datagrams.push_back(datagram(request(mac(9)).from(ip(11))));
+        host->arrive(std::move(datagrams));
+        asked_ += 1;
+        EXPECT_TRUE(host->waitForSent(asked_)) << "who has a lease is answered";
+        EXPECT_EQ(host->sent().size(), asked_) << "strangers are not";
+    }
+
+    void readEverything() {
+        while (events->next(seconds{0})) {
+        }
+    }
+
+    std::size_t asked_ = 0;
+};
+
+TEST_F(ServerOverloadTest, LetsStrangersWaitUntilTheReaderHasCaughtUp) {
+    askAmongStrangers(2);
+    EXPECT_EQ(host->delays(), std::vector<SerialQueue::Duration>{std::chrono::milliseconds{1}});
+    host->passDelays();
+    EXPECT_EQ(host->sent().size(), asked_) << "too many reports still wait";
+
+    readEverything();
+    host->passDelays();
+    EXPECT_EQ(host->sent().size(), asked_ + 2);
+    const auto message = discover(mac(1));
+    EXPECT_EQ(take(2 * reportsOfDiscover)[0], received(message));
+    EXPECT_EQ(host->delays(), std::vector<SerialQueue::Duration>{});
+}
+
+TEST_F(ServerOverloadTest, CountsTheStrangersForWhomThereIsNoRoom) {
+    constexpr std::size_t tooMany = 10;
+    for (std::size_t left = messagesThatMayWait + tooMany; left > 0;) {
+        const std::size_t strangers = std::min(left, burst - 1);
+        askAmongStrangers(strangers);
+        left -= strangers;
+    }
+    readEverything();
+    host->passDelays();
+    EXPECT_EQ(take(1), Events{info("10 messages of devices without a lease dropped without a line for each: they came "
+                                   "faster than lines are read")});
+    for (std::size_t turns = messagesThatMayWait; turns > 0 && !host->delays().empty(); --turns) {
+        host->passDelays();
+    }
+    EXPECT_EQ(host->sent().size(), asked_ + messagesThatMayWait);
+}
+
+TEST_F(ServerOverloadTest, WaitsForNoReaderThatHasStopped) {
+    askAmongStrangers(1);
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (host->sent().size() == asked_ && std::chrono::steady_clock::now() < end) {
+        host->passDelays();
+    }
+    EXPECT_EQ(host->sent().size(), asked_ + 1);
+}
+
+TEST_F(ServerOverloadTest, ForgetsWhoWaitsWhenItIsStopped) {
+    askAmongStrangers(2);
+    server->stop();
+    readEverything();
+    host->passDelays();
+    EXPECT_EQ(host->sent().size(), asked_);
 }
 
 TEST_F(ServerReceiveTest, DropsWhatArrivedOnAnotherCard) {

@@ -44,7 +44,7 @@ TEST_F(ServerSendTest, SaysThatTheLinkIsDown) {
         host->failSending({code});
         EXPECT_EQ(eventsOf(discover(mac(1)), 3), offering({info("OFFER not sent: link down")}));
     }
-    EXPECT_EQ(host->delays(), std::vector<seconds>{});
+    EXPECT_EQ(host->delays(), std::vector<SerialQueue::Duration>{});
 }
 
 TEST_F(ServerSendTest, SaysThatTheServerAddressIsMissingFromTheCard) {
@@ -55,7 +55,7 @@ TEST_F(ServerSendTest, SaysThatTheServerAddressIsMissingFromTheCard) {
         host->failSending({code});
         EXPECT_EQ(eventsOf(discover(mac(1)), 3), offering({info("OFFER not sent: 10.0.0.1 is not on en7 right now")}));
     }
-    EXPECT_EQ(host->delays(), std::vector<seconds>{});
+    EXPECT_EQ(host->delays(), std::vector<SerialQueue::Duration>{});
 }
 
 TEST_F(ServerSendTest, PassesOnAnyOtherErrorInItsOwnWords) {
@@ -63,14 +63,14 @@ TEST_F(ServerSendTest, PassesOnAnyOtherErrorInItsOwnWords) {
     host->failSending({EPERM});
     EXPECT_EQ(eventsOf(discover(mac(1)), 3),
               offering({info("OFFER not sent: send to 255.255.255.255:68 failed: Operation not permitted (errno 1)")}));
-    EXPECT_EQ(host->delays(), std::vector<seconds>{});
+    EXPECT_EQ(host->delays(), std::vector<SerialQueue::Duration>{});
 }
 
 TEST_F(ServerSendTest, PassesOnAnErrorThatIsNotOfTheTransport) {
     start();
     host->failSending({"out of ink"});
     EXPECT_EQ(eventsOf(discover(mac(1)), 3), offering({info("OFFER not sent: out of ink")}));
-    EXPECT_EQ(host->delays(), std::vector<seconds>{});
+    EXPECT_EQ(host->delays(), std::vector<SerialQueue::Duration>{});
 }
 
 TEST_F(ServerSendTest, NamesTheReplyThatWasNotSent) {
@@ -90,7 +90,7 @@ TEST_F(ServerSendTest, TriesAgainInSilenceAfterASecondWhenLinkAndAddressAreFine)
         SCOPED_TRACE(code);
         host->failSending({code});
         EXPECT_EQ(eventsOf(discover(mac(1)), 2), offering({}));
-        EXPECT_EQ(host->delays(), std::vector<seconds>{seconds{1}});
+        EXPECT_EQ(host->delays(), std::vector<SerialQueue::Duration>{seconds{1}});
         EXPECT_EQ(host->sent(), std::vector<FakeHost::SentReply>{});
         host->failSending({EPERM});
         host->passDelays();
@@ -116,7 +116,7 @@ TEST_F(ServerSendTest, RaisesTheLocalNetworkNoticeWhenTheSecondTryFailsTooAndTri
     EXPECT_EQ(eventsOf(discover(mac(1)), 2), offering({}));
     host->passDelays();
     EXPECT_EQ(settled(), Events{deniedRaised()});
-    EXPECT_EQ(host->delays(), std::vector<seconds>{});
+    EXPECT_EQ(host->delays(), std::vector<SerialQueue::Duration>{});
 }
 
 TEST_F(ServerSendTest, ClearsTheLocalNetworkNoticeOnceByTheNextReplyThatIsSent) {

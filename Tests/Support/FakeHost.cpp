@@ -94,7 +94,7 @@ ServerHost FakeHost::host() {
                         SerialQueue::Work work) {
         return self->every(queue, {.first = first, .interval = interval}, std::move(work));
     };
-    host.after = [self](SerialQueue& queue, std::chrono::seconds delay, SerialQueue::Work work) {
+    host.after = [self](SerialQueue& queue, SerialQueue::Duration delay, SerialQueue::Work work) {
         self->after(queue, delay, std::move(work));
     };
     addCardAnswers(host);
@@ -292,9 +292,9 @@ SerialQueue::Work FakeHost::workOfTimer(std::chrono::seconds interval) {
 
 void FakeHost::tick(std::chrono::seconds interval) { runOnQueue(workOfTimer(interval)); }
 
-std::vector<std::chrono::seconds> FakeHost::delays() {
+std::vector<SerialQueue::Duration> FakeHost::delays() {
     const std::lock_guard lock(mutex_);
-    std::vector<std::chrono::seconds> delays;
+    std::vector<SerialQueue::Duration> delays;
     std::ranges::transform(delayed_, std::back_inserter(delays), &Delayed::delay);
     return delays;
 }
@@ -324,7 +324,7 @@ std::unique_ptr<Subscription> FakeHost::every(SerialQueue& queue, Timer timer, S
     return std::make_unique<FakeSubscription>(shared_from_this(), lastKey_);
 }
 
-void FakeHost::after(SerialQueue& queue, std::chrono::seconds delay, SerialQueue::Work work) {
+void FakeHost::after(SerialQueue& queue, SerialQueue::Duration delay, SerialQueue::Work work) {
     const std::lock_guard lock(mutex_);
     queue_ = &queue;
     if (delayForReal_) {

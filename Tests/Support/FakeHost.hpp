@@ -103,7 +103,7 @@ class FakeHost : public std::enable_shared_from_this<FakeHost> {
     void tick(std::chrono::seconds interval);
     /// The work of that timer, to be run by `runOnQueue` whatever became of the timer.
     [[nodiscard]] SerialQueue::Work workOfTimer(std::chrono::seconds interval);
-    [[nodiscard]] std::vector<std::chrono::seconds> delays();
+    [[nodiscard]] std::vector<SerialQueue::Duration> delays();
     /// Runs and forgets all delayed work.
     void passDelays();
     void runOnQueue(const SerialQueue::Work& work);
@@ -130,7 +130,7 @@ class FakeHost : public std::enable_shared_from_this<FakeHost> {
         SerialQueue::Work work;
     };
     struct Delayed {
-        std::chrono::seconds delay;
+        SerialQueue::Duration delay;
         SerialQueue::Work work;
     };
     using Arrival = std::variant<Datagram, int>;
@@ -141,7 +141,7 @@ class FakeHost : public std::enable_shared_from_this<FakeHost> {
     void announce(std::vector<Arrival> arrivals);
     [[nodiscard]] ProbeResult probe(const std::string& name, IPv4Address ip);
     [[nodiscard]] std::unique_ptr<Subscription> every(SerialQueue& queue, Timer timer, SerialQueue::Work work);
-    void after(SerialQueue& queue, std::chrono::seconds delay, SerialQueue::Work work);
+    void after(SerialQueue& queue, SerialQueue::Duration delay, SerialQueue::Work work);
     void addCardAnswers(ServerHost& host);
 
     std::mutex mutex_;
