@@ -74,11 +74,10 @@ class Flood {
     }
 
     void askWhenDue(Clock::time_point now) {
-        constexpr auto interval = 20ms;
         if (now < nextAsking_) {
             return;
         }
-        nextAsking_ = now + interval;
+        nextAsking_ = now + plan_.interval;
         sentAt_[++xid_] = now;
         ++result_.asked;
         if (plan_.renews) {

@@ -13,12 +13,13 @@
 
 namespace DHCPLoad {
 
-/// Hostile packets at a rate, and an honest device beside them that asks once every 20 ms.
+/// Hostile packets at a rate, and an honest device beside them that asks again and again.
 struct FloodPlan {
     Hostility kind = Hostility::malformed;
     std::uint32_t rate = 5000;   ///< Packets a second; 0 for as many as can be sent.
     std::size_t most = SIZE_MAX; ///< Packets at most.
     std::chrono::milliseconds duration{5000};
+    std::chrono::milliseconds interval{20}; ///< Between two questions of the honest device.
     bool renews = false;           ///< The honest device has an address and renews it; otherwise it sends DISCOVERs.
     std::optional<pid_t> server{}; ///< The server's process, where its own figures are wanted.
 };

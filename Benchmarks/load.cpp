@@ -32,11 +32,11 @@ constexpr std::string_view usage = R"(usage:
   dhcp-load offers|handshakes|renewals WHERE [--clients 100] [--window 1] [--milliseconds 1000] [--patience 5000]
             [--pid SERVER]
   dhcp-load flood WHERE [--kind malformed|garbage|discovers|declines|names|oversized] [--rate 5000] [--most N]
-            [--milliseconds 5000] [--renew] [--pid SERVER]
+            [--milliseconds 5000] [--renew] [--every 20] [--pid SERVER]
   dhcp-load start WHERE [--network NAMESPACE] [--patience 60000] [-- SERVER ARGUMENTS...]
   dhcp-load leases --format tarnwick|kea|dnsmasq --file FILE [--clients 100] [--first 10.77.1.0]
 WHERE: --iface CARD, or --loopback [--port 6767] [--client-port 6868]
-A rate of 0 is as high as it can be; patience is in milliseconds.)";
+A rate of 0 is as high as it can be; patience, and what the honest device asks every, is in milliseconds.)";
 
 constexpr std::uint32_t longestWait = 600'000; // milliseconds
 
@@ -124,6 +124,7 @@ json floodServer(const Arguments& arguments) {
                                       .most = arguments.number("--most", std::numeric_limits<std::uint32_t>::max(), 1,
                                                                std::numeric_limits<std::uint32_t>::max()),
                                       .duration = milliseconds(arguments, "--milliseconds", 5000),
+                                      .interval = milliseconds(arguments, "--every", 20),
                                       .renews = arguments.has("--renew"),
                                       .server = serverProcess(arguments)});
     json report{{"milliseconds", Milliseconds(result.span).count()},
@@ -170,7 +171,7 @@ json run(std::span<const std::string> words) {
     const std::string& deed = words.front();
     const Arguments arguments(words.subspan(1), {"--loopback", "--renew"},
                               {"--iface", "--port", "--client-port", "--clients", "--window", "--milliseconds",
-                               "--patience", "--pid", "--rate", "--kind", "--most", "--network", "--format", "--file",
+                               "--patience", "--pid", "--rate", "--kind", "--most", "--every", "--network", "--format", "--file",
                                "--first"});
     if (deed == "offers") {
         return load(LoadKind::offers, arguments);

@@ -65,7 +65,7 @@ std::string fileNameOf(const CalendarTime& day) {
 } // namespace
 
 LogFileWriter::LogFileWriter(std::filesystem::path folder) : directory_(std::move(folder)) {
-    queue_.async(Threads::makeWayForOthers);
+    queue_.async(Threads::leaveProcessorsToOthers);
 }
 
 std::filesystem::path LogFileWriter::defaultDirectory() { return UserDirectories::logs() / "Tarnwick"; }

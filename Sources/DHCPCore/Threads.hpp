@@ -14,6 +14,10 @@ namespace DHCPCore::Threads {
 /// work that keeps nobody waiting. (Linux/, Darwin/)
 void makeWayForOthers();
 
+/// Has the calling thread run when a processor has nothing else to do, and hardly otherwise, where the system can be
+/// asked for that: for work that can wait for seconds. (Linux/, Darwin/)
+void leaveProcessorsToOthers();
+
 /// Has the calling thread begin soon after there is something for it to do, even while other threads are busy, where
 /// the system can be asked for it: for work in short pieces that somebody waits for. (Linux/, Darwin/)
 void beginPromptly();

@@ -12,6 +12,8 @@ void nameCurrent(const std::string& name) {
 
 void makeWayForOthers() { ::pthread_set_qos_class_self_np(QOS_CLASS_UTILITY, 0); }
 
+void leaveProcessorsToOthers() { makeWayForOthers(); }
+
 void beginPromptly() { ::pthread_set_qos_class_self_np(QOS_CLASS_USER_INITIATED, 0); }
 
 } // namespace DHCPCore::Threads

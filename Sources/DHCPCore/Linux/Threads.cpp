@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <tuple>
@@ -35,6 +36,11 @@ void nameCurrent(const std::string& name) {
 void makeWayForOthers() {
     constexpr int niceness = 19;              // a seventieth of an ordinary thread's share
     ::setpriority(PRIO_PROCESS, 0, niceness); // of a thread alone on this system; never refused
+}
+
+void leaveProcessorsToOthers() {
+    const sched_param none{};
+    std::ignore = ::pthread_setschedparam(::pthread_self(), SCHED_IDLE, &none);
 }
 
 void beginPromptly() {
