@@ -59,7 +59,8 @@ std::optional<IPv4Address> lowestFreeAddress(const MACAddress& mac, std::span<co
     return std::nullopt;
 }
 
-/// At this point the client's own address is known to be unusable or another's, so that free means held by nobody.
+/// At this point the client's own address is known to be unusable or another's, so that free means held by nobody. What
+/// is not usable is little: the table steps over its quarantine by itself.
 std::optional<IPv4Address> lowestFreeAddress(const LeaseTable& table, AddressRange range,
                                              const AddressPredicate& isUsable, Date now) {
     auto free = table.lowestFree(range, now);

@@ -20,8 +20,9 @@ using AddressPredicate = std::function<bool(IPv4Address)>;
 
 /// The address for a client: its previous one, else the one it requests, else the lowest free one of the range; with
 /// none free, the address of the offline device that was seen longest ago (RFC 2131, section 4.3.1).
-/// @param isUsable whether an address may be leased at all.
-/// @param holderIsOffline whether the device that holds an address may be considered gone.
+/// @param isUsable whether an address may be leased at all; no address in the table's quarantine may be.
+/// @param holderIsOffline whether the device that holds an address may be considered gone; none may to which the
+/// address is only offered.
 /// @param table with one record per client.
 /// @return nothing when the range is exhausted. An address that another client still holds must be probed or taken over
 /// by the caller.

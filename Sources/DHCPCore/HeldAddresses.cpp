@@ -4,6 +4,27 @@
 
 namespace DHCPCore {
 
+void HeldAddresses::Page::set(std::uint8_t number, Date until) {
+    const auto place = std::ranges::lower_bound(places, number, {}, &Place::number);
+    const bool isThere = place != places.end() && place->number == number;
+    if (until == notHeld) {
+        if (isThere) {
+            places.erase(place);
+        }
+        earliest = notHeld;
+        return;
+    }
+    const bool wasEarliest = isThere && place->until == earliest;
+    if (isThere) {
+        place->until = until;
+    } else {
+        places.insert(place, {.number = number, .until = until});
+    }
+    if (places.size() == pageSize && (!isThere || wasEarliest || until < earliest)) {
+        earliest = std::ranges::min_element(places, {}, &Place::until)->until;
+    }
+}
+
 void HeldAddresses::set(IPv4Address ip, Date until) {
     const std::uint32_t number = ip.value >> pageBits;
     auto found = pages_.find(number);
@@ -12,16 +33,10 @@ void HeldAddresses::set(IPv4Address ip, Date until) {
             return;
         }
         found = pages_.try_emplace(number).first;
-        found->second.until.fill(notHeld);
     }
-    Page& page = found->second;
-    Date& place = page.until[ip.value % pageSize];
-    const bool wasEarliest = place == page.earliest;
-    place = until;
-    if (until < page.earliest) {
-        page.earliest = until;
-    } else if (wasEarliest) {
-        page.earliest = *std::ranges::min_element(page.until);
+    found->second.set(static_cast<std::uint8_t>(ip.value % pageSize), until);
+    if (found->second.places.empty()) {
+        pages_.erase(found);
     }
 }
 
@@ -40,11 +55,14 @@ std::optional<IPv4Address> HeldAddresses::lowestFree(AddressRange range, Date no
         if (page.earliest > now) {
             continue;
         }
+        std::uint32_t free = first.value % pageSize;
+        for (auto place = std::ranges::lower_bound(page.places, free, {}, &Place::number);
+             place != page.places.end() && place->number == free && place->until > now; ++place) {
+            ++free;
+        }
         const std::uint32_t end = number == last ? range.upper.value % pageSize : pageSize - 1;
-        for (std::uint32_t place = first.value % pageSize; place <= end; ++place) {
-            if (page.until[place] <= now) {
-                return IPv4Address{(number << pageBits) | place};
-            }
+        if (free <= end) {
+            return IPv4Address{(number << pageBits) | free};
         }
     }
     return std::nullopt;

@@ -3,11 +3,11 @@
 #include "DHCPCore/Addresses.hpp"
 #include "DHCPCore/Date.hpp"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <vector>
 
 namespace DHCPCore {
 
@@ -27,10 +27,17 @@ class HeldAddresses {
     static constexpr std::uint32_t pageBits = 8;
     static constexpr std::size_t pageSize = std::size_t{1} << pageBits;
 
+    struct Place {
+        std::uint8_t number; ///< The last byte of the address.
+        Date until;
+    };
+
     /// The addresses that differ in their last byte only.
     struct Page {
-        std::array<Date, pageSize> until;
-        Date earliest = notHeld; ///< Of all of the page: nothing in it is free before this instant.
+        std::vector<Place> places; ///< Those that are held, in order: of a world full of addresses most pages have one.
+        Date earliest = notHeld;   ///< Of all of the page: nothing in it is free before this instant.
+
+        void set(std::uint8_t number, Date until);
     };
 
     std::map<std::uint32_t, Page> pages_; ///< By the bytes before the last; a page that is not there is all free.

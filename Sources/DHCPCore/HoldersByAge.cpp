@@ -6,22 +6,7 @@
 
 namespace DHCPCore {
 
-namespace {
-
-bool mayHold(const Lease& lease) { return lease.state == Lease::State::offered || lease.state == Lease::State::bound; }
-
-} // namespace
-
-HoldersByAge::HoldersByAge(std::span<const Lease> leases, Date now) : reached_(now) {
-    for (std::size_t position = 0; position < leases.size(); ++position) {
-        add(leases[position], position);
-    }
-}
-
 void HoldersByAge::add(const Lease& lease, std::size_t position) {
-    if (!mayHold(lease)) {
-        return;
-    }
     ends_.emplace(lease.expiresAt, position);
     if (lease.expiresAt > reached_) {
         ages_.insert(ageOf(lease, position));
@@ -29,10 +14,8 @@ void HoldersByAge::add(const Lease& lease, std::size_t position) {
 }
 
 void HoldersByAge::remove(const Lease& lease, std::size_t position) {
-    if (mayHold(lease)) {
-        ends_.erase({lease.expiresAt, position});
-        ages_.erase(ageOf(lease, position));
-    }
+    ends_.erase({lease.expiresAt, position});
+    ages_.erase(ageOf(lease, position));
 }
 
 const Lease* HoldersByAge::oldest(std::span<const Lease> leases, Date now, const Predicate& predicate) {

@@ -14,17 +14,18 @@ namespace DHCPCore {
 
 struct Lease;
 
-/// The offered and bound records of a table in the order in which their clients were last heard from, without those
-/// that have expired: who looks for the client that is away for longest need not walk the table.
+/// Records of a table in the order in which their clients were last heard from, without those that have expired: who
+/// looks for the client that is away for longest need not walk the table.
 class HoldersByAge {
   public:
     using Predicate = std::function<bool(const Lease&)>;
 
-    /// Takes in every record of the table; `now` is where the clock is expected to be next.
-    HoldersByAge(std::span<const Lease> leases, Date now);
+    /// @param now where the clock is expected to be next.
+    explicit HoldersByAge(Date now) : reached_(now) {}
 
-    /// Of the record at `position`; nothing happens for one that is neither offered nor bound.
+    /// Takes in the record at `position`, which is offered or bound.
     void add(const Lease& lease, std::size_t position);
+    /// Forgets it, as it is; nothing happens when it was not taken in.
     void remove(const Lease& lease, std::size_t position);
 
     /// The record that holds its address at that instant, meets the predicate, and is the least by `lastSeen`, then by
@@ -39,8 +40,8 @@ class HoldersByAge {
     static Age ageOf(const Lease& lease, std::size_t position);
     void moveTo(std::span<const Lease> leases, Date now);
 
-    std::set<End> ends_; ///< Of all that are offered or bound.
-    std::set<Age> ages_; ///< Of those of them that end after `reached_`.
+    std::set<End> ends_; ///< Of all.
+    std::set<Age> ages_; ///< Of those that end after `reached_`.
     Date reached_;
 };
 

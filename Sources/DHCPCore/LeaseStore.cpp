@@ -134,7 +134,10 @@ const Lease* LeaseTable::findHolder(IPv4Address ip, Date now) const {
 
 const Lease* LeaseTable::findOldestHolder(Date now, const HoldersByAge::Predicate& predicate) const {
     if (!holdersByAge_) {
-        holdersByAge_.emplace(leases_, now);
+        holdersByAge_.emplace(now);
+        for (const Lease& lease : leases_) {
+            addAges(lease.ip);
+        }
     }
     return holdersByAge_->oldest(leases_, now, predicate);
 }
@@ -150,22 +153,21 @@ void LeaseTable::upsert(Lease lease) {
     const std::size_t position = known.value_or(leases_.size());
     if (known) {
         const IPv4Address before = leases_[position].ip;
-        if (holdersByAge_) {
-            holdersByAge_->remove(leases_[position], position);
-        }
+        removeAges(before);
+        removeAges(ip);
         index_.move(before, ip, position);
         leases_[position] = std::move(lease);
         leaseSerials_[position] = nextSerial();
-        updateHold(before);
+        updateTaken(before);
+        addAges(before);
     } else {
+        removeAges(ip);
         index_.append(lease.mac, ip, position);
         leases_.push_back(std::move(lease));
         leaseSerials_.push_back(nextSerial());
     }
-    updateHold(ip);
-    if (holdersByAge_) {
-        holdersByAge_->add(leases_[position], position);
-    }
+    updateTaken(ip);
+    addAges(ip);
 }
 
 std::optional<Lease> LeaseTable::remove(const MACAddress& mac) {
@@ -189,6 +191,7 @@ void LeaseTable::addQuarantine(IPv4Address ip, Date until, const MACAddress& rep
     quarantineSerials_.push_back(nextSerial());
     quarantinedUntil_[ip] = until;
     firstQuarantineEnd_ = std::min(firstQuarantineEnd_, until);
+    updateTaken(ip);
 }
 
 void LeaseTable::pruneQuarantine(Date now) {
@@ -204,6 +207,7 @@ void LeaseTable::pruneQuarantine(Date now) {
         const auto latest = quarantinedUntil_.find(record.ip);
         if (latest != quarantinedUntil_.end() && latest->second <= now) {
             quarantinedUntil_.erase(latest);
+            updateTaken(record.ip);
         }
         return true;
     });
@@ -230,13 +234,16 @@ std::vector<Lease> LeaseTable::dropOutside(AddressRange range) {
 /// Finds anew what follows from the leases.
 void LeaseTable::leasesReplaced() {
     index_.clear(leases_.size());
-    held_.clear();
+    taken_.clear();
     holdersByAge_.reset();
     for (std::size_t position = 0; position < leases_.size(); ++position) {
         index_.append(leases_[position].mac, leases_[position].ip, position);
     }
     for (const Lease& lease : leases_) {
-        updateHold(lease.ip);
+        updateTaken(lease.ip);
+    }
+    for (const Quarantine& record : quarantine_) {
+        updateTaken(record.ip);
     }
 }
 
@@ -249,9 +256,12 @@ void LeaseTable::quarantineReplaced() {
         place->second = std::max(place->second, record.until);
         firstQuarantineEnd_ = std::min(firstQuarantineEnd_, record.until);
     }
+    for (const Quarantine& record : quarantine_) {
+        updateTaken(record.ip);
+    }
 }
 
-void LeaseTable::updateHold(IPv4Address ip) {
+void LeaseTable::updateTaken(IPv4Address ip) {
     Date until = HeldAddresses::notHeld;
     for (const std::size_t position : index_.positionsOf(ip)) {
         const Lease& lease = leases_[position];
@@ -259,7 +269,41 @@ void LeaseTable::updateHold(IPv4Address ip) {
             until = std::max(until, lease.expiresAt);
         }
     }
-    held_.set(ip, until);
+    if (const auto quarantined = quarantinedUntil_.find(ip); quarantined != quarantinedUntil_.end()) {
+        until = std::max(until, quarantined->second);
+    }
+    taken_.set(ip, until);
+}
+
+/// Whether the record is bound, or offered and its address another's as well. (Clocks that are set back, and files,
+/// make such records.) All others that hold an address are offers to strangers, of which there may be many.
+bool LeaseTable::isMoreThanOffered(const Lease& lease) const {
+    return lease.state == Lease::State::bound ||
+           (lease.state == Lease::State::offered &&
+            std::ranges::any_of(index_.positionsOf(lease.ip), [&](std::size_t position) {
+                const Lease& other = leases_[position];
+                return &other != &lease && (other.state == Lease::State::offered || other.state == Lease::State::bound);
+            }));
+}
+
+void LeaseTable::addAges(IPv4Address ip) const {
+    if (!holdersByAge_) {
+        return;
+    }
+    for (const std::size_t position : index_.positionsOf(ip)) {
+        if (isMoreThanOffered(leases_[position])) {
+            holdersByAge_->add(leases_[position], position);
+        }
+    }
+}
+
+void LeaseTable::removeAges(IPv4Address ip) const {
+    if (!holdersByAge_) {
+        return;
+    }
+    for (const std::size_t position : index_.positionsOf(ip)) {
+        holdersByAge_->remove(leases_[position], position);
+    }
 }
 
 std::vector<Lease> LeaseTable::sortedByIP() const {

@@ -84,14 +84,15 @@ class LeaseTable {
     [[nodiscard]] const Lease* find(const MACAddress& mac) const;
     [[nodiscard]] const Lease* findHolder(IPv4Address ip, Date now) const;
     [[nodiscard]] bool isQuarantined(IPv4Address ip, Date now) const;
-    /// The lowest address of the range that no record holds at that instant.
+    /// The lowest address of the range that at that instant no record holds and that is not quarantined.
     [[nodiscard]] std::optional<IPv4Address> lowestFree(AddressRange range, Date now) const {
-        return held_.lowestFree(range, now);
+        return taken_.lowestFree(range, now);
     }
 
     /// The record that holds its address at that instant, meets the predicate, and whose client was last heard from
-    /// longest ago; of equal ones the lowest address. Null when there is none. From the first question on the table
-    /// keeps its records in that order, too: one thread at a time may ask.
+    /// longest ago; of equal ones the lowest address. Null when there is none. Not asked about an offer of an address
+    /// about which there is no other offered or bound record. From the first question on the table keeps its records in
+    /// that order, too: one thread at a time may ask.
     [[nodiscard]] const Lease* findOldestHolder(Date now, const HoldersByAge::Predicate& predicate) const;
 
     /// Replaces the client's record where it stands, else appends it.
@@ -125,14 +126,17 @@ class LeaseTable {
   private:
     void leasesReplaced();
     void quarantineReplaced();
-    void updateHold(IPv4Address ip);
+    void updateTaken(IPv4Address ip);
+    [[nodiscard]] bool isMoreThanOffered(const Lease& lease) const;
+    void addAges(IPv4Address ip) const;
+    void removeAges(IPv4Address ip) const;
 
     std::vector<Lease> leases_;
     std::vector<Quarantine> quarantine_;
     std::vector<std::uint64_t> leaseSerials_;
     std::vector<std::uint64_t> quarantineSerials_;
     LeaseIndex index_;
-    HeldAddresses held_;                                     ///< By leases, not by quarantine.
+    HeldAddresses taken_;                                    ///< By leases and by quarantine.
     std::unordered_map<IPv4Address, Date> quarantinedUntil_; ///< The latest of an address's records.
     Date firstQuarantineEnd_ = Date::max();                  ///< Before it there is nothing to prune.
     mutable std::optional<HoldersByAge> holdersByAge_;       ///< Made when it is first needed.

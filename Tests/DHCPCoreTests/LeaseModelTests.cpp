@@ -93,13 +93,13 @@ bool change(Random& random, Model::Table& model, LeaseTable& table) {
     }
 }
 
-/// The plain walk to the record that holds its address, is at an even one, and was last heard from longest ago.
-const Lease* oldestEvenHolder(const Model::Table& model, Date instant) {
-    const Lease* oldest = nullptr;
+/// The plain walk to the record that holds its address, meets the predicate, and was last heard from longest ago.
+std::optional<Lease> oldestHolder(const Model::Table& model, Date instant, const HoldersByAge::Predicate& predicate) {
+    std::optional<Lease> oldest;
     for (const Lease& lease : model.leases) {
-        if (lease.holdsAddress(instant) && lease.ip.value % 2 == 0 &&
-            (oldest == nullptr || std::tie(lease.lastSeen, lease.ip) < std::tie(oldest->lastSeen, oldest->ip))) {
-            oldest = &lease;
+        if (lease.holdsAddress(instant) && predicate(lease) &&
+            (!oldest || std::tie(lease.lastSeen, lease.ip) < std::tie(oldest->lastSeen, oldest->ip))) {
+            oldest = lease;
         }
     }
     return oldest;
@@ -112,13 +112,20 @@ void expectSameAnswers(const Model::Table& model, const LeaseTable& table, Date 
         EXPECT_EQ(table.holder(address, instant), Model::holder(model.leases, address, instant));
         EXPECT_EQ(table.isQuarantined(address, instant), model.isQuarantined(address, instant));
     }
-    const Lease* const oldest =
-        table.findOldestHolder(instant, [](const Lease& lease) { return lease.ip.value % 2 == 0; });
-    const Lease* const expected = oldestEvenHolder(model, instant);
-    ASSERT_EQ(oldest == nullptr, expected == nullptr);
-    if (oldest != nullptr) {
-        EXPECT_EQ(*oldest, *expected);
+    std::optional<IPv4Address> free;
+    for (std::uint8_t number = universe; number > 0; --number) {
+        const IPv4Address address = ip(9 + number);
+        const bool isTaken = Model::holder(model.leases, address, instant) || model.isQuarantined(address, instant);
+        free = isTaken ? free : address;
     }
+    EXPECT_EQ(table.lowestFree({.lower = ip(10), .upper = ip(9 + universe)}, instant), free);
+    const auto isEvenAndNotOffered = [&](const Lease& lease) {
+        const auto holder = Model::holder(model.leases, lease.ip, instant);
+        return lease.ip.value % 2 == 0 && holder && holder->state != Lease::State::offered;
+    };
+    const Lease* const oldest = table.findOldestHolder(instant, isEvenAndNotOffered);
+    EXPECT_EQ(oldest == nullptr ? std::nullopt : std::optional{*oldest},
+              oldestHolder(model, instant, isEvenAndNotOffered));
 }
 
 } // namespace
@@ -196,7 +203,18 @@ TEST(LeaseModelTest, ChoosesTheAddressByThePlainRules) {
         EXPECT_EQ(isAvailable(range.lower, client, leases, isUsable, instant),
                   Model::isAvailable(range.lower, client, leases, isUsable, instant));
 
-        const LeaseTable table(LeaseFile::oneRecordPerMAC(leases), {});
+        std::vector<Quarantine> quarantine;
+        for (const IPv4Address address : unusable) {
+            quarantine.push_back(
+                {.ip = address, .until = instant + microseconds{random.below(2)}, .reportedBy = client});
+        }
+        for (const Lease& lease : leases) {
+            if (lease.state == Lease::State::offered) {
+                offline.erase(lease.ip);
+            }
+        }
+        const LeaseTable table(LeaseFile::oneRecordPerMAC(leases),
+                               random.oneIn(2) ? quarantine : decltype(quarantine){});
         EXPECT_EQ(chooseAddress(client, requested, table, range, isUsable, isOffline, instant),
                   Model::chooseAddress(client, requested, table.leases(), range, isUsable, isOffline, instant));
         EXPECT_EQ(isAvailable(range.lower, client, table, isUsable, instant),
