@@ -171,8 +171,8 @@ json run(std::span<const std::string> words) {
     const std::string& deed = words.front();
     const Arguments arguments(words.subspan(1), {"--loopback", "--renew"},
                               {"--iface", "--port", "--client-port", "--clients", "--window", "--milliseconds",
-                               "--patience", "--pid", "--rate", "--kind", "--most", "--every", "--network", "--format", "--file",
-                               "--first"});
+                               "--patience", "--pid", "--rate", "--kind", "--most", "--every", "--network", "--format",
+                               "--file", "--first"});
     if (deed == "offers") {
         return load(LoadKind::offers, arguments);
     }
