@@ -36,7 +36,7 @@ constexpr std::string_view usage = R"(usage:
   dhcp-load start WHERE [--network NAMESPACE] [--patience 60000] [-- SERVER ARGUMENTS...]
   dhcp-load leases --format tarnwick|kea|dnsmasq --file FILE [--clients 100] [--first 10.77.1.0]
 WHERE: --iface CARD, or --loopback [--port 6767] [--client-port 6868]
-A rate of 0 is as high as it can be; patience, and what the honest device asks every, is in milliseconds.)";
+A rate of 0 is as high as it can be; --patience, and --every of the honest device's questions, are in milliseconds.)";
 
 constexpr std::uint32_t longestWait = 600'000; // milliseconds
 

@@ -135,8 +135,10 @@ const Lease* LeaseTable::findHolder(IPv4Address ip, Date now) const {
 const Lease* LeaseTable::findOldestHolder(Date now, const HoldersByAge::Predicate& predicate) const {
     if (!holdersByAge_) {
         holdersByAge_.emplace(now);
-        for (const Lease& lease : leases_) {
-            addAges(lease.ip);
+        for (std::size_t position = 0; position < leases_.size(); ++position) {
+            if (isFirstOfItsAddress(position)) {
+                addAges(leases_[position].ip);
+            }
         }
     }
     return holdersByAge_->oldest(leases_, now, predicate);
@@ -239,8 +241,10 @@ void LeaseTable::leasesReplaced() {
     for (std::size_t position = 0; position < leases_.size(); ++position) {
         index_.append(leases_[position].mac, leases_[position].ip, position);
     }
-    for (const Lease& lease : leases_) {
-        updateTaken(lease.ip);
+    for (std::size_t position = 0; position < leases_.size(); ++position) {
+        if (isFirstOfItsAddress(position)) {
+            updateTaken(leases_[position].ip);
+        }
     }
     for (const Quarantine& record : quarantine_) {
         updateTaken(record.ip);
@@ -261,6 +265,11 @@ void LeaseTable::quarantineReplaced() {
     }
 }
 
+/// What is done once for an address is done at its first record, however many there are.
+bool LeaseTable::isFirstOfItsAddress(std::size_t position) const {
+    return index_.positionsOf(leases_[position].ip).front() == position;
+}
+
 void LeaseTable::updateTaken(IPv4Address ip) {
     Date until = HeldAddresses::notHeld;
     for (const std::size_t position : index_.positionsOf(ip)) {
@@ -275,30 +284,28 @@ void LeaseTable::updateTaken(IPv4Address ip) {
     taken_.set(ip, until);
 }
 
-/// Whether the record is bound, or offered and its address another's as well. (Clocks that are set back, and files,
-/// make such records.) All others that hold an address are offers to strangers, of which there may be many.
-bool LeaseTable::isMoreThanOffered(const Lease& lease) const {
-    return lease.state == Lease::State::bound ||
-           (lease.state == Lease::State::offered &&
-            std::ranges::any_of(index_.positionsOf(lease.ip), [&](std::size_t position) {
-                const Lease& other = leases_[position];
-                return &other != &lease && (other.state == Lease::State::offered || other.state == Lease::State::bound);
-            }));
+/// Whether a record about the address is bound, expired or not.
+bool LeaseTable::isBound(IPv4Address ip) const {
+    return std::ranges::any_of(index_.positionsOf(ip),
+                               [this](std::size_t position) { return leases_[position].state == Lease::State::bound; });
 }
 
+/// Offers to strangers are left out, of which there may be many, but where somebody else is bound to the address.
+/// (Clocks that are set back, and files, make such records.)
 void LeaseTable::addAges(IPv4Address ip) const {
-    if (!holdersByAge_) {
+    if (!holdersByAge_ || !isBound(ip)) {
         return;
     }
     for (const std::size_t position : index_.positionsOf(ip)) {
-        if (isMoreThanOffered(leases_[position])) {
-            holdersByAge_->add(leases_[position], position);
+        const Lease& lease = leases_[position];
+        if (lease.state == Lease::State::offered || lease.state == Lease::State::bound) {
+            holdersByAge_->add(lease, position);
         }
     }
 }
 
 void LeaseTable::removeAges(IPv4Address ip) const {
-    if (!holdersByAge_) {
+    if (!holdersByAge_ || !isBound(ip)) {
         return;
     }
     for (const std::size_t position : index_.positionsOf(ip)) {

@@ -91,8 +91,8 @@ class LeaseTable {
 
     /// The record that holds its address at that instant, meets the predicate, and whose client was last heard from
     /// longest ago; of equal ones the lowest address. Null when there is none. Not asked about an offer of an address
-    /// about which there is no other offered or bound record. From the first question on the table keeps its records in
-    /// that order, too: one thread at a time may ask.
+    /// about which there is no bound record. From the first question on the table keeps its records in that order, too:
+    /// one thread at a time may ask, and the predicate must not change the table.
     [[nodiscard]] const Lease* findOldestHolder(Date now, const HoldersByAge::Predicate& predicate) const;
 
     /// Replaces the client's record where it stands, else appends it.
@@ -126,8 +126,9 @@ class LeaseTable {
   private:
     void leasesReplaced();
     void quarantineReplaced();
+    [[nodiscard]] bool isFirstOfItsAddress(std::size_t position) const;
     void updateTaken(IPv4Address ip);
-    [[nodiscard]] bool isMoreThanOffered(const Lease& lease) const;
+    [[nodiscard]] bool isBound(IPv4Address ip) const;
     void addAges(IPv4Address ip) const;
     void removeAges(IPv4Address ip) const;
 

@@ -6,13 +6,17 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <fcntl.h>
+#include <iterator>
 #include <string_view>
 #include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace DHCPCore {
 
@@ -79,15 +83,21 @@ void LogFileWriter::append(std::string line, Date date) {
     ++count_;
     if (waiting_.size() == 1) { // else a call of the queue is under way that takes this line too
         // The queue ends, its work done, before the other members do: see their order.
-        queue_.async([this] { writeWaiting(); });
+        queue_.async([this] { flush(); });
     }
 }
 
-void LogFileWriter::writeWaiting() {
+/// Writes some lines: few enough that another thread, which needs them written, need not wait for long.
+/// @return whether there were any.
+bool LogFileWriter::writeSome() {
+    constexpr std::size_t most = 32;
+    const std::lock_guard writing(writing_);
     std::vector<Line> lines;
     {
         const std::lock_guard lock(mutex_);
-        lines.swap(waiting_);
+        const auto end = waiting_.begin() + static_cast<std::ptrdiff_t>(std::min(waiting_.size(), most));
+        std::move(waiting_.begin(), end, std::back_inserter(lines));
+        waiting_.erase(waiting_.begin(), end);
     }
     FileDescriptor folder; // of these lines only: it may be moved and removed, too
     if (lines.size() > 1) {
@@ -97,6 +107,7 @@ void LogFileWriter::writeWaiting() {
         write(folder, line);
         --count_;
     }
+    return !lines.empty();
 }
 
 void LogFileWriter::write(const FileDescriptor& folder, const Line& line) {
@@ -118,7 +129,8 @@ const std::filesystem::path& LogFileWriter::fileOf(Date date) {
 }
 
 void LogFileWriter::flush() {
-    queue_.sync([] {});
+    while (writeSome()) {
+    }
 }
 
 } // namespace DHCPCore

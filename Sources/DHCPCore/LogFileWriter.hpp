@@ -6,10 +6,10 @@
 
 #include <atomic>
 #include <cstddef>
+#include <deque>
 #include <filesystem>
 #include <mutex>
 #include <string>
-#include <vector>
 
 namespace DHCPCore {
 
@@ -28,7 +28,8 @@ class LogFileWriter {
     /// Hands the line in for the file of that day and returns at once. Any thread.
     void append(std::string line, Date date);
 
-    /// Waits until every line handed in before is written.
+    /// Writes what the queue has not written yet, and returns when every line handed in before is written. The queue's
+    /// own thread may have to wait long for a processor.
     void flush();
 
     /// How many lines are handed in and not written yet. Any thread.
@@ -42,15 +43,15 @@ class LogFileWriter {
         Date date;
     };
 
-    void writeWaiting();
+    bool writeSome();
     void write(const FileDescriptor& folder, const Line& line);
     const std::filesystem::path& fileOf(Date date);
 
     std::filesystem::path directory_;
     std::mutex mutex_; ///< Guards the waiting lines: they come from any thread.
-    std::vector<Line> waiting_;
+    std::deque<Line> waiting_;
     std::atomic<std::size_t> count_{0}; ///< Of those, and of the ones that are being written.
-    // Of the last line; touched on the queue only.
+    std::mutex writing_;                ///< Of whoever writes lines, and guards what follows, which is of the last one.
     CalendarTime day_;
     std::filesystem::path dayFile_;
     SerialQueue queue_{"tarnwick.logfile"};

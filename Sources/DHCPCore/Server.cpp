@@ -26,8 +26,10 @@ constexpr std::size_t manyReports = 1U << 15U;
 constexpr std::size_t tooManyReports = 1U << 16U;
 /// More reports, some forty megabytes, wait only where the reader has stopped.
 constexpr std::size_t mostReports = 1U << 17U;
-/// So many messages wait at most.
+/// So many messages wait at most, and so long: who is not answered asks again after some seconds (RFC 2131,
+/// section 4.1).
 constexpr std::size_t mostPostponed = 1024;
+constexpr std::chrono::seconds longestPostponed{2};
 
 ServerEvent leaseChanged(const Lease& lease) { return {ServerEvent::LeaseChanged{lease}}; }
 
@@ -127,6 +129,7 @@ void DHCPServer::stopOnQueue() {
     presenceTimer_.reset();
     closeTransport();
     persist();
+    reportUnreported();
     emit({ServerEvent::Stopped{}});
     events_->finish();
 }
@@ -182,7 +185,7 @@ void DHCPServer::receiveWaiting() {
     waitForReader();
     tellOfUnreported();
     postpones_ = readerIsBehind();
-    burst_ = Burst{.steps = {}, .datagrams = 0, .saves = false, .requestsExpected = 0};
+    burst_ = Burst{};
     handlePostponed();
     handleWaiting();
     sendUnsavedReplies();
@@ -193,9 +196,12 @@ void DHCPServer::receiveWaiting() {
         handleWaiting();
         sendUnsavedReplies();
     }
+    const bool tellsOfReports = burst_->datagrams > 0 && !burst_->postponesAny;
+    const std::size_t reportsBefore = lastReports_;
     std::vector<Step> steps = std::move(burst_->steps);
     burst_.reset();
     carryOut(std::move(steps));
+    lastReports_ = tellsOfReports ? lastReports_ : reportsBefore;
     returnToPostponed();
 }
 
@@ -219,7 +225,7 @@ void DHCPServer::handleWaiting() {
         if (!datagram) {
             return;
         }
-        handle(*datagram);
+        handle(std::move(*datagram));
     }
 }
 
@@ -256,7 +262,7 @@ void DHCPServer::carryOut(std::vector<Step> steps) {
     events_->yieldAll(std::move(reports));
 }
 
-void DHCPServer::handle(const Datagram& datagram) {
+void DHCPServer::handle(Datagram datagram) {
     if (!options_.mode.isLoopback() && arrivedElsewhere(datagram)) {
         return;
     }
@@ -266,8 +272,8 @@ void DHCPServer::handle(const Datagram& datagram) {
         return;
     }
     const auto& packet = std::get<DHCPPacket>(result);
-    if (postpones_ && !isOfLeaseholder(packet)) {
-        postpone(packet);
+    if ((postpones_ || !postponed_.empty()) && !goesBeforeOthers(packet)) {
+        postpone(std::move(datagram), packet.mac());
         return;
     }
     handle(packet);
@@ -307,9 +313,12 @@ void DHCPServer::waitForReader() {
 }
 
 void DHCPServer::tellOfUnreported() {
-    if (events_->waiting() > manyReports / 2) {
-        return;
+    if (events_->waiting() <= manyReports / 2) {
+        reportUnreported();
     }
+}
+
+void DHCPServer::reportUnreported() {
     if (unreported_ > 0) {
         inform(fmt::format("{} malformed packets dropped without a line for each: they came faster than lines are read",
                            std::exchange(unreported_, 0)));
@@ -324,29 +333,29 @@ void DHCPServer::tellOfUnreported() {
 /// Whether far too many reports wait for a reader that does read.
 bool DHCPServer::readerIsBehind() {
     constexpr std::chrono::milliseconds longestPause{100};
-    if (events_->waiting() <= tooManyReports) {
-        return false;
-    }
     const auto now = std::chrono::steady_clock::now();
-    if (const std::size_t taken = events_->taken(); taken != taken_) {
-        taken_ = taken;
-        takenAt_ = now;
+    if (const std::size_t taken = events_->taken(); taken != reportsTaken_) {
+        reportsTaken_ = taken;
+        readerSeenAt_ = now;
     }
-    return now - takenAt_ < longestPause;
+    return events_->waiting() > tooManyReports && now - readerSeenAt_ < longestPause;
 }
 
-/// Whether the message is of a device that was ACKed, as far as it says the truth of itself.
-bool DHCPServer::isOfLeaseholder(const DHCPPacket& packet) const {
+/// Whether the message is of a device that was ACKed, as far as it says the truth of itself, and overtakes none of its
+/// own. A device with an offer only is a stranger still.
+bool DHCPServer::goesBeforeOthers(const DHCPPacket& packet) const {
     const auto mac = packet.mac();
     const Lease* const lease = mac ? table_.find(*mac) : nullptr;
-    return lease != nullptr && lease->state == Lease::State::bound && lease->holdsAddress(clock_());
+    return lease != nullptr && lease->state == Lease::State::bound && lease->holdsAddress(clock_()) &&
+           std::ranges::find(postponed_, mac, &Postponed::mac) == postponed_.end();
 }
 
 /// Reports can't be made as quickly as strangers can ask. While they are behind, strangers wait, in the order in which
 /// they came, so that who has a lease is answered at once; those for whom there is no room will ask again.
-void DHCPServer::postpone(const DHCPPacket& packet) {
+void DHCPServer::postpone(Datagram datagram, std::optional<MACAddress> mac) {
+    burst_->postponesAny = true;
     if (postponed_.size() < mostPostponed) {
-        postponed_.push_back(packet);
+        postponed_.push_back({.datagram = std::move(datagram), .mac = std::move(mac), .since = clock_()});
     } else {
         ++refused_;
     }
@@ -354,9 +363,15 @@ void DHCPServer::postpone(const DHCPPacket& packet) {
 
 /// Leaves half of the turn to what came meanwhile.
 void DHCPServer::handlePostponed() {
-    for (; !postpones_ && !postponed_.empty() && burst_->datagrams < datagramsPerTurn / 2; ++burst_->datagrams) {
-        handle(postponed_.front());
+    while (!postpones_ && !postponed_.empty() && burst_->datagrams < datagramsPerTurn / 2) {
+        const Postponed next = std::move(postponed_.front());
         postponed_.pop_front();
+        if (clock_() - next.since > longestPostponed) {
+            ++refused_;
+            continue;
+        }
+        ++burst_->datagrams;
+        handle(DHCPPacket::parse(next.datagram.bytes));
     }
 }
 

@@ -82,10 +82,18 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
 
     /// Datagrams that are handled together.
     struct Burst {
-        std::vector<Step> steps;
-        std::size_t datagrams;
-        bool saves;
-        int requestsExpected; ///< Offers that were not answered yet.
+        std::vector<Step> steps{};
+        std::size_t datagrams = 0;
+        bool saves = false;
+        int requestsExpected = 0; ///< Offers that were not answered yet.
+        bool postponesAny = false;
+    };
+
+    /// A stranger's message that is handled later.
+    struct Postponed {
+        Datagram datagram;
+        std::optional<MACAddress> mac;
+        Date since;
     };
 
     void startOnQueue();
@@ -99,14 +107,15 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     void sendUnsavedReplies();
     [[nodiscard]] std::chrono::nanoseconds patienceBeforeSaving() const;
     void carryOut(std::vector<Step> steps);
-    void handle(const Datagram& datagram);
+    void handle(Datagram datagram);
     void handle(const DHCPPacket& packet);
     void dropMalformed(const PacketError::Value& fault);
     void waitForReader();
     void tellOfUnreported();
+    void reportUnreported();
     [[nodiscard]] bool readerIsBehind();
-    [[nodiscard]] bool isOfLeaseholder(const DHCPPacket& packet) const;
-    void postpone(const DHCPPacket& packet);
+    [[nodiscard]] bool goesBeforeOthers(const DHCPPacket& packet) const;
+    void postpone(Datagram datagram, std::optional<MACAddress> mac);
     void handlePostponed();
     void returnToPostponed();
     [[nodiscard]] bool arrivedElsewhere(const Datagram& datagram);
@@ -154,12 +163,12 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     std::optional<std::vector<ServerEvent>> reports_; ///< Present while these steps are carried out.
     std::size_t lastReports_ = 0;                     ///< How many the last burst led to.
     std::uint64_t unreported_ = 0;                    ///< Malformed packets that were dropped in silence.
-    std::deque<DHCPPacket> postponed_;                ///< Messages of strangers, to be handled later.
-    bool postpones_ = false;                          ///< Strangers wait.
-    bool returns_ = false;                            ///< Work that handles what is postponed is on its way.
-    std::uint64_t refused_ = 0;                       ///< Messages of strangers that were dropped in silence.
-    std::size_t taken_ = 0;                           ///< Reports that the reader had taken when it was last seen
-    std::chrono::steady_clock::time_point takenAt_;   ///< to read.
+    std::deque<Postponed> postponed_;
+    bool postpones_ = false;       ///< Strangers wait.
+    bool returns_ = false;         ///< Work that handles what is postponed is on its way.
+    std::uint64_t refused_ = 0;    ///< Messages of strangers that were dropped in silence.
+    std::size_t reportsTaken_ = 0; ///< By the reader, when it was last seen to read.
+    std::chrono::steady_clock::time_point readerSeenAt_;
     bool linkUp_ = true;
     bool running_ = false;
     std::set<NoticeKind> raised_;   ///< Raised and not yet cleared.

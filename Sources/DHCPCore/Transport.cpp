@@ -74,7 +74,7 @@ int allowBroadcast(const FileDescriptor& socket) {
 
 /// Room for a burst that comes while leases are saved, as far as the system grants it.
 void askForRoom(const FileDescriptor& socket) {
-    constexpr int bytes = 1 << 22; // two to three thousand messages, which are read in less than a tenth of a second
+    constexpr int bytes = 1 << 22; // some ten thousand messages, a tenth of a second of the worst floods
     std::ignore = ::setsockopt(socket.number(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
 }
 

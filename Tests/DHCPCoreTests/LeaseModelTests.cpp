@@ -149,6 +149,7 @@ TEST(LeaseModelTest, FindsTheSameWhateverWasCopiedOrMoved) {
     Random random{7};
     const Model::Table model = anyTable(random, 2 * universe);
     LeaseTable original{model.leases, model.quarantine};
+    expectSameAnswers(model, original, now); // what is found out by asking is copied and moved, too
     const LeaseTable copy = original; // NOLINT(performance-unnecessary-copy-initialization): the copy is the point
     LeaseTable moved = std::move(original);
     original = LeaseTable{};

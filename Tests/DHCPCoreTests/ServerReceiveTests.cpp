@@ -159,6 +159,7 @@ class ServerOverloadTest : public ServerReceiveTest {
 TEST_F(ServerOverloadTest, LetsStrangersWaitUntilTheReaderHasCaughtUp) {
     askAmongStrangers(2);
     EXPECT_EQ(host->delays(), std::vector<SerialQueue::Duration>{std::chrono::milliseconds{1}});
+    EXPECT_TRUE(events->next(patience)); // the reader is seen to read
     host->passDelays();
     EXPECT_EQ(host->sent().size(), asked_) << "too many reports still wait";
 
@@ -185,6 +186,49 @@ TEST_F(ServerOverloadTest, CountsTheStrangersForWhomThereIsNoRoom) {
         host->passDelays();
     }
     EXPECT_EQ(host->sent().size(), asked_ + messagesThatMayWait);
+}
+
+TEST_F(ServerOverloadTest, LetsNobodyPassWhoCameLaterThanThoseWhoWait) {
+    constexpr std::size_t strangers = 40;
+    constexpr std::size_t perTurn = 32;
+    askAmongStrangers(strangers);
+    readEverything();
+    host->arrive({datagram(discover(mac(2)))});
+    EXPECT_TRUE(host->waitForSent(asked_ + perTurn));
+    host->passDelays();
+    ASSERT_EQ(host->sent().size(), asked_ + strangers + 1);
+    EXPECT_EQ(host->sent().back().packet.mac(), mac(2));
+}
+
+TEST_F(ServerOverloadTest, ForgetsWhoHasWaitedForSoLongThatItAsksAgain) {
+    askAmongStrangers(2);
+    host->setNow(now + seconds{2} + std::chrono::microseconds{1});
+    readEverything();
+    host->passDelays();
+    EXPECT_EQ(host->sent().size(), asked_);
+    arrive(discover(mac(1)));
+    EXPECT_EQ(take(2)[0],
+              info("2 messages of devices without a lease dropped without a line for each: they came faster "
+                   "than lines are read"));
+}
+
+TEST_F(ServerOverloadTest, HandlesWhoHasWaitedForTwoSeconds) {
+    askAmongStrangers(2);
+    host->setNow(now + seconds{2});
+    readEverything();
+    host->passDelays();
+    EXPECT_EQ(host->sent().size(), asked_ + 2);
+}
+
+TEST_F(ServerOverloadTest, TellsAtItsEndHowManyItRefused) {
+    askAmongStrangers(2);
+    host->setNow(now + hours{1});
+    readEverything();
+    host->passDelays();
+    server->stop();
+    EXPECT_EQ(take(2), (Events{info("2 messages of devices without a lease dropped without a line for each: they came "
+                                    "faster than lines are read"),
+                               stopped()}));
 }
 
 TEST_F(ServerOverloadTest, WaitsForNoReaderThatHasStopped) {
