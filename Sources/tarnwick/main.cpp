@@ -154,11 +154,18 @@ class EventPrinter {
     }
 
   private:
-    /// In the log. Where lines are written far more slowly than they come, so many wait that they take some megabytes.
+    /// In the log. Where lines are written far more slowly than they come, so many wait that they take some megabytes:
+    /// the log's thread is waited for, but not when it gets no processor at all.
     void keep(const std::string& line, Date now) {
         constexpr std::size_t many = 1U << 15U;
-        if (log_->waiting() >= many) {
-            log_->flush();
+        constexpr std::chrono::milliseconds rest{10};
+        constexpr int mostRests = 8;
+        for (int rests = 0; log_->waiting() >= many; ++rests) {
+            if (rests == mostRests) {
+                log_->flush();
+                break;
+            }
+            std::this_thread::sleep_for(rest);
         }
         log_->append(line, now);
     }
