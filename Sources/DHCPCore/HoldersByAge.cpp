@@ -1,48 +1,42 @@
 #include "DHCPCore/HoldersByAge.hpp"
 
-#include "DHCPCore/LeaseStore.hpp"
-
 #include <limits>
 
 namespace DHCPCore {
 
-void HoldersByAge::add(const Lease& lease, std::size_t position) {
-    ends_.emplace(lease.expiresAt, position);
-    if (lease.expiresAt > reached_) {
-        ages_.insert(ageOf(lease, position));
+void HoldersByAge::add(const Holder& holder) {
+    ends_.insert_or_assign({holder.expiresAt, holder.position}, ageOf(holder));
+    if (holder.expiresAt > reached_) {
+        ages_.insert(ageOf(holder));
     }
 }
 
-void HoldersByAge::remove(const Lease& lease, std::size_t position) {
-    ends_.erase({lease.expiresAt, position});
-    ages_.erase(ageOf(lease, position));
+void HoldersByAge::remove(const Holder& holder) {
+    ends_.erase({holder.expiresAt, holder.position});
+    ages_.erase(ageOf(holder));
 }
 
-const Lease* HoldersByAge::oldest(std::span<const Lease> leases, Date now, const Predicate& predicate) {
-    moveTo(leases, now);
+std::optional<std::size_t> HoldersByAge::oldest(Date now, const std::function<bool(std::size_t)>& predicate) {
+    moveTo(now);
     for (const Age& age : ages_) {
-        const Lease& lease = leases[std::get<std::size_t>(age)];
-        if (predicate(lease)) {
-            return &lease;
+        const auto position = std::get<std::size_t>(age);
+        if (predicate(position)) {
+            return position;
         }
     }
-    return nullptr;
-}
-
-HoldersByAge::Age HoldersByAge::ageOf(const Lease& lease, std::size_t position) {
-    return {lease.lastSeen, lease.ip, position};
+    return std::nullopt;
 }
 
 /// Leaves out what has ended by then; takes in again what has not, where time went back.
-void HoldersByAge::moveTo(std::span<const Lease> leases, Date now) {
+void HoldersByAge::moveTo(Date now) {
     const auto firstAfter = [this](Date instant) {
         return ends_.upper_bound({instant, std::numeric_limits<std::size_t>::max()});
     };
-    for (auto end = firstAfter(reached_); end != ends_.end() && end->first <= now; ++end) {
-        ages_.erase(ageOf(leases[end->second], end->second));
+    for (auto end = firstAfter(reached_); end != ends_.end() && end->first.first <= now; ++end) {
+        ages_.erase(end->second);
     }
-    for (auto end = firstAfter(now); end != ends_.end() && end->first <= reached_; ++end) {
-        ages_.insert(ageOf(leases[end->second], end->second));
+    for (auto end = firstAfter(now); end != ends_.end() && end->first.first <= reached_; ++end) {
+        ages_.insert(end->second);
     }
     reached_ = now;
 }

@@ -132,7 +132,7 @@ const Lease* LeaseTable::findHolder(IPv4Address ip, Date now) const {
     return nullptr;
 }
 
-const Lease* LeaseTable::findOldestHolder(Date now, const HoldersByAge::Predicate& predicate) const {
+const Lease* LeaseTable::findOldestHolder(Date now, const std::function<bool(const Lease&)>& predicate) const {
     if (!holdersByAge_) {
         holdersByAge_.emplace(now);
         for (std::size_t position = 0; position < leases_.size(); ++position) {
@@ -141,7 +141,8 @@ const Lease* LeaseTable::findOldestHolder(Date now, const HoldersByAge::Predicat
             }
         }
     }
-    return holdersByAge_->oldest(leases_, now, predicate);
+    const auto found = holdersByAge_->oldest(now, [&](std::size_t position) { return predicate(leases_[position]); });
+    return found ? &leases_[*found] : nullptr;
 }
 
 bool LeaseTable::isQuarantined(IPv4Address ip, Date now) const {
@@ -290,6 +291,11 @@ bool LeaseTable::isBound(IPv4Address ip) const {
                                [this](std::size_t position) { return leases_[position].state == Lease::State::bound; });
 }
 
+HoldersByAge::Holder LeaseTable::holderAt(std::size_t position) const {
+    const Lease& lease = leases_[position];
+    return {.position = position, .ip = lease.ip, .lastSeen = lease.lastSeen, .expiresAt = lease.expiresAt};
+}
+
 /// Offers to strangers are left out, of which there may be many, but where somebody else is bound to the address.
 /// (Clocks that are set back, and files, make such records.)
 void LeaseTable::addAges(IPv4Address ip) const {
@@ -299,7 +305,7 @@ void LeaseTable::addAges(IPv4Address ip) const {
     for (const std::size_t position : index_.positionsOf(ip)) {
         const Lease& lease = leases_[position];
         if (lease.state == Lease::State::offered || lease.state == Lease::State::bound) {
-            holdersByAge_->add(lease, position);
+            holdersByAge_->add(holderAt(position));
         }
     }
 }
@@ -309,7 +315,7 @@ void LeaseTable::removeAges(IPv4Address ip) const {
         return;
     }
     for (const std::size_t position : index_.positionsOf(ip)) {
-        holdersByAge_->remove(leases_[position], position);
+        holdersByAge_->remove(holderAt(position));
     }
 }
 

@@ -93,7 +93,7 @@ class LeaseTable {
     /// longest ago; of equal ones the lowest address. Null when there is none. Not asked about an offer of an address
     /// about which there is no bound record. From the first question on the table keeps its records in that order, too:
     /// one thread at a time may ask, and the predicate must not change the table.
-    [[nodiscard]] const Lease* findOldestHolder(Date now, const HoldersByAge::Predicate& predicate) const;
+    [[nodiscard]] const Lease* findOldestHolder(Date now, const std::function<bool(const Lease&)>& predicate) const;
 
     /// Replaces the client's record where it stands, else appends it.
     void upsert(Lease lease);
@@ -129,6 +129,7 @@ class LeaseTable {
     [[nodiscard]] bool isFirstOfItsAddress(std::size_t position) const;
     void updateTaken(IPv4Address ip);
     [[nodiscard]] bool isBound(IPv4Address ip) const;
+    [[nodiscard]] HoldersByAge::Holder holderAt(std::size_t position) const;
     void addAges(IPv4Address ip) const;
     void removeAges(IPv4Address ip) const;
 

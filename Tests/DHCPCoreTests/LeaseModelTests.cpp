@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -94,7 +95,8 @@ bool change(Random& random, Model::Table& model, LeaseTable& table) {
 }
 
 /// The plain walk to the record that holds its address, meets the predicate, and was last heard from longest ago.
-std::optional<Lease> oldestHolder(const Model::Table& model, Date instant, const HoldersByAge::Predicate& predicate) {
+std::optional<Lease> oldestHolder(const Model::Table& model, Date instant,
+                                  const std::function<bool(const Lease&)>& predicate) {
     std::optional<Lease> oldest;
     for (const Lease& lease : model.leases) {
         if (lease.holdsAddress(instant) && predicate(lease) &&
