@@ -120,7 +120,6 @@ class ServerOverloadTest : public ServerReceiveTest {
     static constexpr std::size_t reportsThatMayWait = 1U << 16U;
     static constexpr std::size_t messagesThatMayWait = 1024;
     static constexpr std::size_t reportsOfDiscover = 3;
-    static constexpr std::size_t reportsOfRenewal = 3;
 
     ServerOverloadTest() {
         saveLeases(tableOf({boundLease(mac(9), ip(11))}));
