@@ -355,7 +355,7 @@ bool DHCPServer::goesBeforeOthers(const DHCPPacket& packet) const {
 void DHCPServer::postpone(Datagram datagram, std::optional<MACAddress> mac) {
     burst_->postponesAny = true;
     if (postponed_.size() < mostPostponed) {
-        postponed_.push_back({.datagram = std::move(datagram), .mac = std::move(mac), .since = clock_()});
+        postponed_.push_back({.datagram = std::move(datagram), .mac = mac, .since = clock_()});
     } else {
         ++refused_;
     }
