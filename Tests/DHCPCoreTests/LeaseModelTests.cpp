@@ -207,6 +207,7 @@ TEST(LeaseModelTest, ChoosesTheAddressByThePlainRules) {
                   Model::isAvailable(range.lower, client, leases, isUsable, instant));
 
         std::vector<Quarantine> quarantine;
+        quarantine.reserve(unusable.size());
         for (const IPv4Address address : unusable) {
             quarantine.push_back(
                 {.ip = address, .until = instant + microseconds{random.below(2)}, .reportedBy = client});

@@ -127,8 +127,8 @@ class ServerOverloadTest : public ServerReceiveTest {
         const auto end = std::chrono::steady_clock::now() + patience;
         while (reports() <= reportsThatMayWait) {
             host->arrive(std::vector<Datagram>(burst, datagram(discover(mac(1)))));
-            asked_ += burst;
-            while (reports() < asked_ * reportsOfDiscover && std::chrono::steady_clock::now() < end) {
+            asked += burst;
+            while (reports() < asked * reportsOfDiscover && std::chrono::steady_clock::now() < end) {
                 std::this_thread::yield();
             }
         }
@@ -142,9 +142,9 @@ class ServerOverloadTest : public ServerReceiveTest {
         std::vector<Datagram> datagrams(strangers, datagram(discover(mac(1))));
         datagrams.push_back(datagram(request(mac(9)).from(ip(11))));
         host->arrive(std::move(datagrams));
-        asked_ += 1;
-        EXPECT_TRUE(host->waitForSent(asked_)) << "who has a lease is answered";
-        EXPECT_EQ(host->sent().size(), asked_) << "strangers are not";
+        asked += 1;
+        EXPECT_TRUE(host->waitForSent(asked)) << "who has a lease is answered";
+        EXPECT_EQ(host->sent().size(), asked) << "strangers are not";
     }
 
     void readEverything() {
@@ -152,7 +152,7 @@ class ServerOverloadTest : public ServerReceiveTest {
         }
     }
 
-    std::size_t asked_ = 0;
+    std::size_t asked = 0;
 };
 
 TEST_F(ServerOverloadTest, LetsStrangersWaitUntilTheReaderHasCaughtUp) {
@@ -160,11 +160,11 @@ TEST_F(ServerOverloadTest, LetsStrangersWaitUntilTheReaderHasCaughtUp) {
     EXPECT_EQ(host->delays(), std::vector<SerialQueue::Duration>{std::chrono::milliseconds{1}});
     EXPECT_TRUE(events->next(patience)); // the reader is seen to read
     host->passDelays();
-    EXPECT_EQ(host->sent().size(), asked_) << "too many reports still wait";
+    EXPECT_EQ(host->sent().size(), asked) << "too many reports still wait";
 
     readEverything();
     host->passDelays();
-    EXPECT_EQ(host->sent().size(), asked_ + 2);
+    EXPECT_EQ(host->sent().size(), asked + 2);
     const auto message = discover(mac(1));
     EXPECT_EQ(take(2 * reportsOfDiscover)[0], received(message));
     EXPECT_EQ(host->delays(), std::vector<SerialQueue::Duration>{});
@@ -184,7 +184,7 @@ TEST_F(ServerOverloadTest, CountsTheStrangersForWhomThereIsNoRoom) {
     for (std::size_t turns = messagesThatMayWait; turns > 0 && !host->delays().empty(); --turns) {
         host->passDelays();
     }
-    EXPECT_EQ(host->sent().size(), asked_ + messagesThatMayWait);
+    EXPECT_EQ(host->sent().size(), asked + messagesThatMayWait);
 }
 
 TEST_F(ServerOverloadTest, LetsNobodyPassWhoCameLaterThanThoseWhoWait) {
@@ -193,9 +193,9 @@ TEST_F(ServerOverloadTest, LetsNobodyPassWhoCameLaterThanThoseWhoWait) {
     askAmongStrangers(strangers);
     readEverything();
     host->arrive({datagram(discover(mac(2)))});
-    EXPECT_TRUE(host->waitForSent(asked_ + perTurn));
+    EXPECT_TRUE(host->waitForSent(asked + perTurn));
     host->passDelays();
-    ASSERT_EQ(host->sent().size(), asked_ + strangers + 1);
+    ASSERT_EQ(host->sent().size(), asked + strangers + 1);
     EXPECT_EQ(host->sent().back().packet.mac(), mac(2));
 }
 
@@ -204,7 +204,7 @@ TEST_F(ServerOverloadTest, ForgetsWhoHasWaitedForSoLongThatItAsksAgain) {
     host->setNow(now + seconds{2} + std::chrono::microseconds{1});
     readEverything();
     host->passDelays();
-    EXPECT_EQ(host->sent().size(), asked_);
+    EXPECT_EQ(host->sent().size(), asked);
     arrive(discover(mac(1)));
     EXPECT_EQ(take(2)[0],
               info("2 messages of devices without a lease dropped without a line for each: they came faster "
@@ -216,7 +216,7 @@ TEST_F(ServerOverloadTest, HandlesWhoHasWaitedForTwoSeconds) {
     host->setNow(now + seconds{2});
     readEverything();
     host->passDelays();
-    EXPECT_EQ(host->sent().size(), asked_ + 2);
+    EXPECT_EQ(host->sent().size(), asked + 2);
 }
 
 TEST_F(ServerOverloadTest, TellsAtItsEndHowManyItRefused) {
@@ -233,10 +233,10 @@ TEST_F(ServerOverloadTest, TellsAtItsEndHowManyItRefused) {
 TEST_F(ServerOverloadTest, WaitsForNoReaderThatHasStopped) {
     askAmongStrangers(1);
     const auto end = std::chrono::steady_clock::now() + patience;
-    while (host->sent().size() == asked_ && std::chrono::steady_clock::now() < end) {
+    while (host->sent().size() == asked && std::chrono::steady_clock::now() < end) {
         host->passDelays();
     }
-    EXPECT_EQ(host->sent().size(), asked_ + 1);
+    EXPECT_EQ(host->sent().size(), asked + 1);
 }
 
 TEST_F(ServerOverloadTest, ForgetsWhoWaitsWhenItIsStopped) {
@@ -244,7 +244,7 @@ TEST_F(ServerOverloadTest, ForgetsWhoWaitsWhenItIsStopped) {
     server->stop();
     readEverything();
     host->passDelays();
-    EXPECT_EQ(host->sent().size(), asked_);
+    EXPECT_EQ(host->sent().size(), asked);
 }
 
 TEST_F(ServerReceiveTest, DropsWhatArrivedOnAnotherCard) {
