@@ -196,6 +196,7 @@ void DHCPServer::receiveWaiting() {
         handleWaiting();
         sendUnsavedReplies();
     }
+    // A turn that put everybody off tells nothing about what messages lead to.
     const bool tellsOfReports = burst_->datagrams > 0 && !burst_->postponesAny;
     const std::size_t reportsBefore = lastReports_;
     std::vector<Step> steps = std::move(burst_->steps);
