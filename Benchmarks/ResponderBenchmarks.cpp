@@ -21,6 +21,8 @@ class Decider {
     }
 
     void forget(const MACAddress& mac) { table_.remove(mac); }
+    void remember(const Lease& lease) { table_.upsert(lease); }
+    [[nodiscard]] Lease leaseOf(const MACAddress& mac) const { return table_.lease(mac).value(); }
 
   private:
     Responder responder_{.config = Workload::config()};
@@ -42,7 +44,7 @@ void decideDiscoverOfNewClient(benchmark::State& state) {
         state.ResumeTiming();
     }
 }
-BENCHMARK(decideDiscoverOfNewClient)->Arg(0)->Arg(100)->Arg(1'000)->Arg(10'000);
+BENCHMARK(decideDiscoverOfNewClient)->Arg(0)->Arg(100)->Arg(1'000)->Arg(10'000)->Arg(60'000);
 
 /// A client in the middle of the table that asks again for what it has.
 void decideDiscoverOfKnownClient(benchmark::State& state) {
@@ -52,7 +54,7 @@ void decideDiscoverOfKnownClient(benchmark::State& state) {
         decider.decide(packet);
     }
 }
-BENCHMARK(decideDiscoverOfKnownClient)->Arg(0)->Arg(100)->Arg(1'000)->Arg(10'000);
+BENCHMARK(decideDiscoverOfKnownClient)->Arg(0)->Arg(100)->Arg(1'000)->Arg(10'000)->Arg(60'000);
 
 /// A client in the middle of the table that renews.
 void decideRequest(benchmark::State& state) {
@@ -64,7 +66,23 @@ void decideRequest(benchmark::State& state) {
         decider.decide(packet);
     }
 }
-BENCHMARK(decideRequest)->Arg(0)->Arg(100)->Arg(1'000)->Arg(10'000);
+BENCHMARK(decideRequest)->Arg(0)->Arg(100)->Arg(1'000)->Arg(10'000)->Arg(60'000);
+
+/// A client in the middle of the table declines its address, once more.
+void decideDecline(benchmark::State& state) {
+    Decider decider(leaseCount(state));
+    const std::uint32_t client = leaseCount(state) / 2;
+    const Lease lease = decider.leaseOf(Workload::mac(client));
+    DHCPPacket packet = Workload::message(DHCPMessageType::decline, client);
+    packet.setOption(OptionCode::requestedIP, lease.ip.bytes());
+    for (auto _ : state) {
+        decider.decide(packet);
+        state.PauseTiming();
+        decider.remember(lease);
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(decideDecline)->Arg(100)->Arg(1'000)->Arg(10'000)->Arg(60'000);
 
 } // namespace
 } // namespace DHCPCore

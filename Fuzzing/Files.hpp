@@ -28,13 +28,13 @@ class ScratchLeaseFile {
 /// The table as the file can keep it: dates in whole seconds.
 inline LeaseTable inWholeSeconds(const LeaseTable& table) {
     const auto cut = [](Date& date) { date = std::chrono::floor<std::chrono::seconds>(date); };
-    std::vector<Lease> leases = table.leases();
+    std::vector<Lease> leases = table.leases().all();
     for (Lease& lease : leases) {
         cut(lease.expiresAt);
         cut(lease.firstSeen);
         cut(lease.lastSeen);
     }
-    std::vector<Quarantine> quarantine = table.quarantine();
+    std::vector<Quarantine> quarantine = table.quarantine().all();
     for (Quarantine& record : quarantine) {
         cut(record.until);
     }

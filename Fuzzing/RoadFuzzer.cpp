@@ -145,7 +145,7 @@ class Road {
         require(!loaded.setAsideURL, "a saved file can be read");
         require(loaded.table == Fuzzing::inWholeSeconds(table_), "a saved table loads to an equal one");
         table_ = std::move(loaded.table);
-        model_ = {.leases = table_.leases(), .quarantine = table_.quarantine()};
+        model_ = {.leases = table_.leases().all(), .quarantine = table_.quarantine().all()};
         require(model_.dropOutside(config_.range()) == table_.dropOutside(config_.range()),
                 "what lies outside the pool is dropped");
     }

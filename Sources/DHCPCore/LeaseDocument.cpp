@@ -83,6 +83,7 @@ void appendList(std::vector<std::string_view>& pieces, const RecordTexts& texts,
     pieces.emplace_back("\n  ]");
 }
 
+constexpr std::uint64_t gap = Records<Lease>::gap;
 constexpr std::string_view separator = ",\n";
 constexpr std::string_view end = ",\n  \"version\": 1\n}";
 static_assert(LeaseDocument::version == 1, "the document's end says so");
@@ -105,14 +106,17 @@ void RecordTexts::renew(Block& block, std::span<const std::uint64_t> serials, st
     Block renewed;
     renewed.text.reserve(block.text.size());
     for (std::size_t place = 0; place < serials.size(); ++place) {
-        if (place > 0) {
-            renewed.text += separator;
-        }
-        if (place < block.serials.size() && block.serials[place] == serials[place]) {
-            const std::size_t start = place == 0 ? 0 : block.ends[place - 1] + separator.size();
-            renewed.text.append(block.text, start, block.ends[place] - start);
-        } else {
-            append(renewed.text, first + place);
+        if (serials[place] != gap) {
+            if (!renewed.text.empty()) {
+                renewed.text += separator;
+            }
+            if (place < block.serials.size() && block.serials[place] == serials[place]) {
+                const std::size_t before = place == 0 ? 0 : block.ends[place - 1];
+                const std::size_t start = before == 0 ? 0 : before + separator.size();
+                renewed.text.append(block.text, start, block.ends[place] - start);
+            } else {
+                append(renewed.text, first + place);
+            }
         }
         renewed.ends.push_back(renewed.text.size());
     }
@@ -121,8 +125,12 @@ void RecordTexts::renew(Block& block, std::span<const std::uint64_t> serials, st
 }
 
 void RecordTexts::addTo(std::vector<std::string_view>& pieces) const {
+    bool isFirst = true;
     for (const Block& block : blocks_) {
-        if (&block != blocks_.data()) {
+        if (block.text.empty()) {
+            continue;
+        }
+        if (!std::exchange(isFirst, false)) {
             pieces.push_back(separator);
         }
         pieces.emplace_back(block.text);
@@ -130,9 +138,9 @@ void RecordTexts::addTo(std::vector<std::string_view>& pieces) const {
 }
 
 const std::vector<std::string_view>& LeaseDocument::of(const LeaseTable& table) {
-    leases_.update(table.leaseSerials(),
+    leases_.update(table.leases().serials(),
                    [&table](std::string& out, std::size_t place) { append(out, table.leases()[place]); });
-    quarantine_.update(table.quarantineSerials(),
+    quarantine_.update(table.quarantine().serials(),
                        [&table](std::string& out, std::size_t place) { append(out, table.quarantine()[place]); });
     pieces_.assign({"{\n  \"leases\": "});
     appendList(pieces_, leases_, table.leases().empty());

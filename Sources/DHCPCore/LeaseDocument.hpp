@@ -19,7 +19,7 @@ class RecordTexts {
     /// Appends the text of the record at that place in the list.
     using AppendRecord = std::function<void(std::string& out, std::size_t place)>;
 
-    /// Takes in the list whose records have these serials.
+    /// Takes in the list whose records have these serials; where a serial is that of a gap, there is none.
     void update(const std::vector<std::uint64_t>& serials, const AppendRecord& append);
 
     /// The texts, in order.

@@ -13,13 +13,22 @@ void LeaseIndex::move(IPv4Address from, IPv4Address to, std::size_t position) {
     if (from == to) {
         return;
     }
-    const auto old = byIP_.find(from);
-    std::erase(old->second, position);
-    if (old->second.empty()) {
-        byIP_.erase(old);
-    }
+    removeFrom(from, position);
     auto& positions = byIP_[to];
     positions.insert(std::ranges::lower_bound(positions, position), position);
+}
+
+void LeaseIndex::remove(const MACAddress& mac, IPv4Address ip, std::size_t position) {
+    byMAC_.erase(mac);
+    removeFrom(ip, position);
+}
+
+void LeaseIndex::removeFrom(IPv4Address ip, std::size_t position) {
+    const auto found = byIP_.find(ip);
+    std::erase(found->second, position);
+    if (found->second.empty()) {
+        byIP_.erase(found);
+    }
 }
 
 void LeaseIndex::clear(std::size_t expected) {

@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <atomic>
 #include <iterator>
 #include <tuple>
 #include <utility>
@@ -68,31 +67,6 @@ std::optional<std::string> readOptionalText(const nlohmann::json& record, const 
     return found->get<std::string>();
 }
 
-std::uint64_t nextSerial() {
-    static std::atomic<std::uint64_t> last{0};
-    return ++last;
-}
-
-/// Drops the numbers of the records that go, then the records.
-template <class Record, class Predicate>
-std::size_t eraseWithSerials(std::vector<Record>& records, std::vector<std::uint64_t>& serials, Predicate goes) {
-    std::size_t kept = 0;
-    for (std::size_t place = 0; place < records.size(); ++place) {
-        if (goes(records[place])) {
-            continue;
-        }
-        if (kept != place) {
-            records[kept] = std::move(records[place]);
-            serials[kept] = serials[place];
-        }
-        ++kept;
-    }
-    const std::size_t removed = records.size() - kept;
-    records.resize(kept);
-    serials.resize(kept);
-    return removed;
-}
-
 } // namespace
 
 bool Lease::holdsAddress(Date now) const {
@@ -100,12 +74,9 @@ bool Lease::holdsAddress(Date now) const {
 }
 
 LeaseTable::LeaseTable(std::vector<Lease> leases, std::vector<Quarantine> quarantine)
-    : leases_(std::move(leases)), quarantine_(std::move(quarantine)), leaseSerials_(leases_.size()),
-      quarantineSerials_(quarantine_.size()) {
-    std::ranges::generate(leaseSerials_, nextSerial);
-    std::ranges::generate(quarantineSerials_, nextSerial);
+    : leases_(std::move(leases)), quarantine_(std::move(quarantine)) {
+    indexQuarantine();
     leasesReplaced();
-    quarantineReplaced();
 }
 
 std::optional<Lease> LeaseTable::lease(const MACAddress& mac) const {
@@ -135,9 +106,9 @@ const Lease* LeaseTable::findHolder(IPv4Address ip, Date now) const {
 const Lease* LeaseTable::findOldestHolder(Date now, const std::function<bool(const Lease&)>& predicate) const {
     if (!holdersByAge_) {
         holdersByAge_.emplace(now);
-        for (std::size_t position = 0; position < leases_.size(); ++position) {
-            if (isFirstOfItsAddress(position)) {
-                addAges(leases_[position].ip);
+        for (auto lease = leases_.begin(); lease != leases_.end(); ++lease) {
+            if (isFirstOfItsAddress(lease.position())) {
+                addAges(lease->ip);
             }
         }
     }
@@ -146,28 +117,25 @@ const Lease* LeaseTable::findOldestHolder(Date now, const std::function<bool(con
 }
 
 bool LeaseTable::isQuarantined(IPv4Address ip, Date now) const {
-    const auto found = quarantinedUntil_.find(ip);
-    return found != quarantinedUntil_.end() && found->second > now;
+    const auto found = quarantined_.find(ip);
+    return found != quarantined_.end() && found->second.until > now;
 }
 
 void LeaseTable::upsert(Lease lease) {
     const IPv4Address ip = lease.ip;
     const auto known = index_.positionOf(lease.mac);
-    const std::size_t position = known.value_or(leases_.size());
     if (known) {
-        const IPv4Address before = leases_[position].ip;
+        const IPv4Address before = leases_[*known].ip;
         removeAges(before);
         removeAges(ip);
-        index_.move(before, ip, position);
-        leases_[position] = std::move(lease);
-        leaseSerials_[position] = nextSerial();
+        index_.move(before, ip, *known);
+        leases_.replace(*known, std::move(lease));
         updateTaken(before);
         addAges(before);
     } else {
         removeAges(ip);
-        index_.append(lease.mac, ip, position);
-        leases_.push_back(std::move(lease));
-        leaseSerials_.push_back(nextSerial());
+        index_.append(lease.mac, ip, leases_.endPosition());
+        leases_.append(std::move(lease));
     }
     updateTaken(ip);
     addAges(ip);
@@ -178,47 +146,61 @@ std::optional<Lease> LeaseTable::remove(const MACAddress& mac) {
     if (!position) {
         return std::nullopt;
     }
-    const auto place = static_cast<std::ptrdiff_t>(*position);
-    std::optional<Lease> removed = std::move(leases_[*position]);
-    leases_.erase(leases_.begin() + place);
-    leaseSerials_.erase(leaseSerials_.begin() + place);
-    leasesReplaced();
+    const IPv4Address ip = leases_[*position].ip;
+    removeAges(ip);
+    index_.remove(mac, ip, *position);
+    Lease removed = leases_.take(*position);
+    updateTaken(ip);
+    addAges(ip);
+    const bool mayHaveAnother = index_.clients() < leases_.size(); // only tables that were put together by hand
+    if (mayHaveAnother || leases_.isSparse()) {
+        leases_.pack();
+        indexLeases();
+    }
     return removed;
 }
 
 void LeaseTable::addQuarantine(IPv4Address ip, Date until, const MACAddress& reportedBy) {
-    if (quarantinedUntil_.contains(ip)) {
-        eraseWithSerials(quarantine_, quarantineSerials_, [&](const Quarantine& record) { return record.ip == ip; });
+    if (const auto known = quarantined_.find(ip); known != quarantined_.end()) {
+        if (known->second.only) {
+            quarantine_.take(*known->second.only);
+        } else {
+            quarantine_.eraseIf([ip](const Quarantine& record) { return record.ip == ip; });
+            indexQuarantine();
+        }
     }
-    quarantine_.push_back({.ip = ip, .until = until, .reportedBy = reportedBy});
-    quarantineSerials_.push_back(nextSerial());
-    quarantinedUntil_[ip] = until;
-    firstQuarantineEnd_ = std::min(firstQuarantineEnd_, until);
+    const std::size_t position = quarantine_.endPosition();
+    quarantine_.append({.ip = ip, .until = until, .reportedBy = reportedBy});
+    quarantined_[ip] = {.until = until, .only = position};
+    quarantineEnds_.emplace(until, position);
     updateTaken(ip);
+    if (quarantine_.isSparse()) {
+        quarantine_.pack();
+        indexQuarantine();
+    }
 }
 
 void LeaseTable::pruneQuarantine(Date now) {
-    if (now < firstQuarantineEnd_) {
-        return;
+    while (!quarantineEnds_.empty() && quarantineEnds_.top().first <= now) {
+        const std::size_t position = quarantineEnds_.top().second;
+        quarantineEnds_.pop();
+        if (!quarantine_.isAt(position)) {
+            continue;
+        }
+        const IPv4Address ip = quarantine_.take(position).ip;
+        if (const auto known = quarantined_.find(ip); known != quarantined_.end() && known->second.until <= now) {
+            quarantined_.erase(known);
+            updateTaken(ip);
+        }
     }
-    firstQuarantineEnd_ = Date::max();
-    eraseWithSerials(quarantine_, quarantineSerials_, [&](const Quarantine& record) {
-        if (record.until > now) {
-            firstQuarantineEnd_ = std::min(firstQuarantineEnd_, record.until);
-            return false;
-        }
-        const auto latest = quarantinedUntil_.find(record.ip);
-        if (latest != quarantinedUntil_.end() && latest->second <= now) {
-            quarantinedUntil_.erase(latest);
-            updateTaken(record.ip);
-        }
-        return true;
-    });
+    if (quarantine_.isSparse()) {
+        quarantine_.pack();
+        indexQuarantine();
+    }
 }
 
 std::size_t LeaseTable::clearInactive(Date now) {
-    const std::size_t removed =
-        eraseWithSerials(leases_, leaseSerials_, [&](const Lease& lease) { return !lease.holdsAddress(now); });
+    const std::size_t removed = leases_.eraseIf([now](const Lease& lease) { return !lease.holdsAddress(now); });
     leasesReplaced();
     return removed;
 }
@@ -228,7 +210,7 @@ std::vector<Lease> LeaseTable::dropOutside(AddressRange range) {
     const auto isOutside = [&](const Lease& lease) { return !range.contains(lease.ip); };
     std::ranges::copy_if(leases_, std::back_inserter(dropped), isOutside);
     if (!dropped.empty()) {
-        eraseWithSerials(leases_, leaseSerials_, isOutside);
+        leases_.eraseIf(isOutside);
         leasesReplaced();
     }
     return dropped;
@@ -236,15 +218,11 @@ std::vector<Lease> LeaseTable::dropOutside(AddressRange range) {
 
 /// Finds anew what follows from the leases.
 void LeaseTable::leasesReplaced() {
-    index_.clear(leases_.size());
+    indexLeases();
     taken_.clear();
-    holdersByAge_.reset();
-    for (std::size_t position = 0; position < leases_.size(); ++position) {
-        index_.append(leases_[position].mac, leases_[position].ip, position);
-    }
-    for (std::size_t position = 0; position < leases_.size(); ++position) {
-        if (isFirstOfItsAddress(position)) {
-            updateTaken(leases_[position].ip);
+    for (auto lease = leases_.begin(); lease != leases_.end(); ++lease) {
+        if (isFirstOfItsAddress(lease.position())) {
+            updateTaken(lease->ip);
         }
     }
     for (const Quarantine& record : quarantine_) {
@@ -252,17 +230,26 @@ void LeaseTable::leasesReplaced() {
     }
 }
 
-/// Finds anew what follows from the quarantine.
-void LeaseTable::quarantineReplaced() {
-    quarantinedUntil_.clear();
-    firstQuarantineEnd_ = Date::max();
-    for (const Quarantine& record : quarantine_) {
-        const auto [place, isNew] = quarantinedUntil_.try_emplace(record.ip, record.until);
-        place->second = std::max(place->second, record.until);
-        firstQuarantineEnd_ = std::min(firstQuarantineEnd_, record.until);
+/// Finds anew where the leases stand.
+void LeaseTable::indexLeases() {
+    index_.clear(leases_.size());
+    holdersByAge_.reset();
+    for (auto lease = leases_.begin(); lease != leases_.end(); ++lease) {
+        index_.append(lease->mac, lease->ip, lease.position());
     }
-    for (const Quarantine& record : quarantine_) {
-        updateTaken(record.ip);
+}
+
+/// Finds anew what the quarantine is about and where its records stand.
+void LeaseTable::indexQuarantine() {
+    quarantined_.clear();
+    quarantineEnds_ = {};
+    for (auto record = quarantine_.begin(); record != quarantine_.end(); ++record) {
+        const auto [known, isNew] =
+            quarantined_.try_emplace(record->ip, Quarantined{.until = record->until, .only = record.position()});
+        if (!isNew) {
+            known->second = {.until = std::max(known->second.until, record->until), .only = std::nullopt};
+        }
+        quarantineEnds_.emplace(record->until, record.position());
     }
 }
 
@@ -279,8 +266,8 @@ void LeaseTable::updateTaken(IPv4Address ip) {
             until = std::max(until, lease.expiresAt);
         }
     }
-    if (const auto quarantined = quarantinedUntil_.find(ip); quarantined != quarantinedUntil_.end()) {
-        until = std::max(until, quarantined->second);
+    if (const auto quarantined = quarantined_.find(ip); quarantined != quarantined_.end()) {
+        until = std::max(until, quarantined->second.until);
     }
     taken_.set(ip, until);
 }
@@ -320,7 +307,7 @@ void LeaseTable::removeAges(IPv4Address ip) const {
 }
 
 std::vector<Lease> LeaseTable::sortedByIP() const {
-    std::vector<Lease> sorted = leases_;
+    std::vector<Lease> sorted = leases_.all();
     std::ranges::stable_sort(sorted, {}, addressThenMAC);
     return sorted;
 }
@@ -386,7 +373,7 @@ void from_json(const nlohmann::json& json, Quarantine& quarantine) {
 }
 
 void to_json(nlohmann::json& json, const LeaseTable& table) {
-    json = {{Key::leases, table.leases()}, {Key::quarantine, table.quarantine()}};
+    json = {{Key::leases, table.leases().all()}, {Key::quarantine, table.quarantine().all()}};
 }
 
 void from_json(const nlohmann::json& json, LeaseTable& table) {

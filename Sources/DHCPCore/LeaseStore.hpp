@@ -7,6 +7,7 @@
 #include "DHCPCore/HoldersByAge.hpp"
 #include "DHCPCore/LeaseIndex.hpp"
 #include "DHCPCore/PresenceState.hpp"
+#include "DHCPCore/Records.hpp"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -15,9 +16,11 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <queue>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace DHCPCore {
@@ -72,9 +75,9 @@ class LeaseTable {
     LeaseTable(std::vector<Lease> leases, std::vector<Quarantine> quarantine);
 
     /// At most one record per client, as long as the constructor was given no more.
-    [[nodiscard]] const std::vector<Lease>& leases() const { return leases_; }
+    [[nodiscard]] const Records<Lease>& leases() const { return leases_; }
     /// At most one record per address, likewise.
-    [[nodiscard]] const std::vector<Quarantine>& quarantine() const { return quarantine_; }
+    [[nodiscard]] const Records<Quarantine>& quarantine() const { return quarantine_; }
 
     /// The client's record, whatever its state or expiry.
     [[nodiscard]] std::optional<Lease> lease(const MACAddress& mac) const;
@@ -114,18 +117,22 @@ class LeaseTable {
     [[nodiscard]] std::vector<Lease>
     sortedForDisplay(const std::function<std::optional<PresenceState>(const Lease&)>& presence) const;
 
-    /// A number per record, each at its record's place. Two records with the same number are equal, in whatever tables
-    /// they stand: what was made of one is good for the other.
-    [[nodiscard]] const std::vector<std::uint64_t>& leaseSerials() const { return leaseSerials_; }
-    [[nodiscard]] const std::vector<std::uint64_t>& quarantineSerials() const { return quarantineSerials_; }
-
     bool operator==(const LeaseTable& other) const {
         return leases_ == other.leases_ && quarantine_ == other.quarantine_; // all else follows from these
     }
 
   private:
+    /// What is known of an address's records in the quarantine.
+    struct Quarantined {
+        Date until;                      ///< The latest end.
+        std::optional<std::size_t> only; ///< Where its record stands; nothing when there are several.
+    };
+    using End = std::pair<Date, std::size_t>; ///< When a record's time is up, and where it stands.
+    using EarliestFirst = std::priority_queue<End, std::vector<End>, std::greater<>>;
+
     void leasesReplaced();
-    void quarantineReplaced();
+    void indexLeases();
+    void indexQuarantine();
     [[nodiscard]] bool isFirstOfItsAddress(std::size_t position) const;
     void updateTaken(IPv4Address ip);
     [[nodiscard]] bool isBound(IPv4Address ip) const;
@@ -133,15 +140,13 @@ class LeaseTable {
     void addAges(IPv4Address ip) const;
     void removeAges(IPv4Address ip) const;
 
-    std::vector<Lease> leases_;
-    std::vector<Quarantine> quarantine_;
-    std::vector<std::uint64_t> leaseSerials_;
-    std::vector<std::uint64_t> quarantineSerials_;
+    Records<Lease> leases_;
+    Records<Quarantine> quarantine_;
     LeaseIndex index_;
-    HeldAddresses taken_;                                    ///< By leases and by quarantine.
-    std::unordered_map<IPv4Address, Date> quarantinedUntil_; ///< The latest of an address's records.
-    Date firstQuarantineEnd_ = Date::max();                  ///< Before it there is nothing to prune.
-    mutable std::optional<HoldersByAge> holdersByAge_;       ///< Made when it is first needed.
+    HeldAddresses taken_; ///< By leases and by quarantine.
+    std::unordered_map<IPv4Address, Quarantined> quarantined_;
+    EarliestFirst quarantineEnds_;                     ///< Also of records that are gone, as long as their gap is there.
+    mutable std::optional<HoldersByAge> holdersByAge_; ///< Made when it is first needed.
 };
 
 /// Objects with one key per field; the optional texts of a lease only when present, dates as `iso8601` writes them.

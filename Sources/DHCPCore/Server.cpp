@@ -76,7 +76,7 @@ void DHCPServer::forgetLease(const MACAddress& mac) {
 void DHCPServer::clearInactive() {
     queue_.async(weakly([](DHCPServer& server) {
         const Date now = server.clock_();
-        std::vector<Lease> inactive = server.table_.leases();
+        std::vector<Lease> inactive = server.table_.leases().all();
         std::erase_if(inactive, [now](const Lease& lease) { return lease.holdsAddress(now); });
         if (inactive.empty()) {
             return;

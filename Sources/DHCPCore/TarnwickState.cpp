@@ -83,7 +83,7 @@ void TarnwickState::runStarted(std::string interface) {
 
 void TarnwickState::loadLeases(const LeaseFile::LoadResult& result) {
     leases.clear();
-    for (const Lease& lease : LeaseFile::oneRecordPerMAC(result.table.leases())) {
+    for (const Lease& lease : LeaseFile::oneRecordPerMAC(result.table.leases().all())) {
         leases.insert_or_assign(lease.mac, lease);
     }
     if (result.setAsideURL) {

@@ -168,7 +168,7 @@ TEST(ResponderFullPoolTest, ReclaimsTheAddressThatDidNotAnswer) {
     situation.probes = {{third, false}};
     const auto packet = discover(client);
 
-    Lease reclaimed = fullTable().leases().at(2);
+    Lease reclaimed = fullTable().leases().all().at(2);
     reclaimed.state = Lease::State::reclaimed;
     const Lease offered = newlyOffered(client, third, now + 60s);
     LeaseTable table = fullTable();

@@ -199,7 +199,7 @@ TEST_F(LeaseFileTest, IgnoresUnknownKeysAndWhiteSpace) {
 
 TEST_F(LeaseFileTest, ReadsNullForATextAsAbsent) {
     LeaseTable table = exampleTable();
-    Lease lease = table.leases().front();
+    Lease lease = *table.leases().begin();
     lease.hostname.reset();
     table.upsert(lease);
     EXPECT_EQ(loadText(exampleWith(R"("lamp")", "null")), loaded(table));
@@ -208,7 +208,7 @@ TEST_F(LeaseFileTest, ReadsNullForATextAsAbsent) {
 TEST_F(LeaseFileTest, ReadsMegabytesOfText) {
     const std::string text(std::size_t{5} << 20U, 'x');
     LeaseTable table = exampleTable();
-    Lease lease = table.leases().front();
+    Lease lease = *table.leases().begin();
     lease.hostname = text;
     table.upsert(lease);
     EXPECT_EQ(loadText(exampleWith("lamp", text)), loaded(table));

@@ -220,9 +220,9 @@ TEST(LeaseModelTest, ChoosesTheAddressByThePlainRules) {
         const LeaseTable table(LeaseFile::oneRecordPerMAC(leases),
                                random.oneIn(2) ? quarantine : decltype(quarantine){});
         EXPECT_EQ(chooseAddress(client, requested, table, range, isUsable, isOffline, instant),
-                  Model::chooseAddress(client, requested, table.leases(), range, isUsable, isOffline, instant));
+                  Model::chooseAddress(client, requested, table.leases().all(), range, isUsable, isOffline, instant));
         EXPECT_EQ(isAvailable(range.lower, client, table, isUsable, instant),
-                  Model::isAvailable(range.lower, client, table.leases(), isUsable, instant));
+                  Model::isAvailable(range.lower, client, table.leases().all(), isUsable, instant));
     }
 }
 

@@ -109,13 +109,13 @@ TEST(ResponderTest, TreatsAnAddressAsDeclinedUntilItsTimeIsUp) {
 
 TEST(ResponderTest, HandsTheTableBackWithoutCopyingIt) {
     LeaseTable table = tableOf({newlyBound(client, first, now + 1h)});
-    const Lease* const records = table.leases().data();
+    const Lease* const records = &*table.leases().begin();
     const PresenceMap presence;
 
     const Decision decision =
         Responder{smallConfig()}.decide(request(client).from(first), {std::move(table), presence, {}, now});
 
-    EXPECT_EQ(decision.table.leases().data(), records);
+    EXPECT_EQ(&*decision.table.leases().begin(), records);
 }
 
 TEST(DecisionContextTest, HasABudgetOfFiveProbes) {

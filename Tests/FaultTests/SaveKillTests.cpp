@@ -67,7 +67,7 @@ LeaseTable tableOfGeneration(std::uint32_t generation) {
 }
 
 std::uint32_t generationOf(const LeaseTable& table) {
-    return static_cast<std::uint32_t>(std::stoul(table.leases().at(0).hostname.value()));
+    return static_cast<std::uint32_t>(std::stoul(table.leases().all().at(0).hostname.value()));
 }
 
 /// In a child: saves one generation after the other and tells each that is saved, until it is killed.

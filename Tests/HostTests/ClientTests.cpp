@@ -63,7 +63,7 @@ TEST_P(ClientTest, GetsRenewsAndReleasesALease) {
     client->release();
     eventsThrough(tool, leaseEvent("released", "192.168.0.100"));
     stop(tool);
-    EXPECT_EQ(LeaseFile{.url = leases()}.load(currentDate()).table.leases().at(0).state, Lease::State::released);
+    EXPECT_EQ(LeaseFile{.url = leases()}.load(currentDate()).table.leases().all().at(0).state, Lease::State::released);
 }
 
 TEST_P(ClientTest, RebootsWithTheAddressThatItKept) {

@@ -104,7 +104,7 @@ class Play {
     }
 
     Found restart() {
-        table_ = LeaseTable{table_.leases(), table_.quarantine()};
+        table_ = LeaseTable{table_.leases().all(), table_.quarantine().all()};
         const AddressRange range{.lower = std::min(config_.rangeStart, config_.rangeEnd),
                                  .upper = std::max(config_.rangeStart, config_.rangeEnd)};
         return model_.dropOutside(range) == table_.dropOutside(range) ? compareTables() : "other leases dropped";

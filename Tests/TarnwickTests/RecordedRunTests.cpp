@@ -135,7 +135,7 @@ class RecordedRunTest : public testing::Test {
     }
 
     [[nodiscard]] std::unordered_map<MACAddress, Lease> savedLeases() const {
-        return byMAC(file.load(currentDate()).table.leases());
+        return byMAC(file.load(currentDate()).table.leases().all());
     }
 
     TestSupport::TemporaryDirectory directory;
@@ -167,7 +167,7 @@ TEST_F(RecordedRunTest, GivesTheLeasesOfTheFileThePresenceAndTheNotices) {
 
     EXPECT_EQ(state.leases.size(), 3U) << "of five devices one was forgotten, and one declined";
     EXPECT_EQ(state.leases, savedLeases());
-    EXPECT_EQ(running.leases, byMAC(table.leases()));
+    EXPECT_EQ(running.leases, byMAC(table.leases().all()));
     EXPECT_EQ(running.presence, (std::unordered_map<IPv4Address, PresenceState>{{first, PresenceState::online},
                                                                                 {last, PresenceState::offline}}));
     EXPECT_EQ(running.deviceFound, table.lease(deviceMAC(5)));
