@@ -145,7 +145,7 @@ class LeaseTable {
     LeaseIndex index_;
     HeldAddresses taken_; ///< By leases and by quarantine.
     std::unordered_map<IPv4Address, Quarantined> quarantined_;
-    EarliestFirst quarantineEnds_;                     ///< Also of records that are gone, as long as their gap is there.
+    EarliestFirst quarantineEnds_; ///< Also of records that are gone, as long as their gap is there.
     mutable std::optional<HoldersByAge> holdersByAge_; ///< Made when it is first needed.
 };
 

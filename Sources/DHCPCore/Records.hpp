@@ -18,7 +18,7 @@ class Records {
     using value_type = Record;
 
     /// Steps from record to record, over the gaps.
-    class const_iterator {
+    class Iterator {
       public:
         using iterator_category = std::forward_iterator_tag;
         using value_type = Record;
@@ -26,24 +26,22 @@ class Records {
         using pointer = const Record*;
         using reference = const Record&;
 
-        const_iterator() = default;
-        const_iterator(const Records& records, std::size_t position) : records_(&records), position_(position) {
-            skipGaps();
-        }
+        Iterator() = default;
+        Iterator(const Records& records, std::size_t position) : records_(&records), position_(position) { skipGaps(); }
 
         reference operator*() const { return records_->records_[position_]; }
         pointer operator->() const { return &**this; }
-        const_iterator& operator++() {
+        Iterator& operator++() {
             ++position_;
             skipGaps();
             return *this;
         }
-        const_iterator operator++(int) {
-            const_iterator before = *this;
+        Iterator operator++(int) {
+            Iterator before = *this;
             ++*this;
             return before;
         }
-        bool operator==(const const_iterator&) const = default;
+        bool operator==(const Iterator&) const = default;
 
         [[nodiscard]] std::size_t position() const { return position_; }
 
@@ -57,15 +55,16 @@ class Records {
         const Records* records_ = nullptr;
         std::size_t position_ = 0;
     };
-    using iterator = const_iterator;
+    using iterator = Iterator;
+    using const_iterator = Iterator;
 
     Records() = default;
     explicit Records(std::vector<Record> records) : records_(std::move(records)), serials_(records_.size()) {
         std::ranges::generate(serials_, nextSerial);
     }
 
-    [[nodiscard]] const_iterator begin() const { return {*this, 0}; }
-    [[nodiscard]] const_iterator end() const { return {*this, serials_.size()}; }
+    [[nodiscard]] Iterator begin() const { return {*this, 0}; }
+    [[nodiscard]] Iterator end() const { return {*this, serials_.size()}; }
     [[nodiscard]] std::size_t size() const { return serials_.size() - gaps_; }
     [[nodiscard]] bool empty() const { return size() == 0; }
     [[nodiscard]] std::vector<Record> all() const { return {begin(), end()}; }
