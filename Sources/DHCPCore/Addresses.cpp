@@ -167,7 +167,7 @@ void from_json(const nlohmann::json& json, MACAddress& mac) {
 std::size_t std::hash<DHCPCore::MACAddress>::operator()(const DHCPCore::MACAddress& mac) const noexcept {
     std::uint64_t number = 0;
     std::memcpy(&number, mac.bytes.data(), mac.bytes.size());
-    return std::hash<std::uint64_t>{}(number);
+    return DHCPCore::keyedHash(number);
 }
 
 std::size_t std::hash<DHCPCore::Subnet>::operator()(const DHCPCore::Subnet& subnet) const noexcept {

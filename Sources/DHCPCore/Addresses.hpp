@@ -1,5 +1,7 @@
 #pragma once
 
+#include "DHCPCore/KeyedHash.hpp"
+
 #include <nlohmann/json_fwd.hpp>
 
 #include <array>
@@ -143,7 +145,7 @@ void from_json(const nlohmann::json& json, MACAddress& mac);
 template <>
 struct std::hash<DHCPCore::IPv4Address> {
     std::size_t operator()(const DHCPCore::IPv4Address& address) const noexcept {
-        return std::hash<std::uint32_t>{}(address.value);
+        return DHCPCore::keyedHash(address.value);
     }
 };
 

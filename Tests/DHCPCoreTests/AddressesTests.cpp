@@ -5,9 +5,13 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <limits>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -189,6 +193,30 @@ TEST(MACAddressTest, HashesEveryByte) {
     EXPECT_EQ(set.size(), 6U);
     EXPECT_EQ(hashes.size(), 6U);
     EXPECT_TRUE(set.contains(MACAddress{.bytes = {0, 0, 0, 0, 0, 1}}));
+}
+
+/// A table of a standard library may have a prime number of places and take the remainder.
+TEST(MACAddressTest, DoNotMeetInOnePlaceHoweverTheyAreChosen) {
+    constexpr std::uint64_t places = 10'273;
+    constexpr std::uint64_t count = 1000;
+    std::unordered_set<std::uint64_t> taken;
+    for (std::uint64_t number = 0; number < count; ++number) {
+        MACAddress mac;
+        const auto bytes = bigEndianBytes(number * places);
+        std::ranges::reverse_copy(std::span(bytes).last<6>(), mac.bytes.begin());
+        taken.insert(std::hash<MACAddress>{}(mac) % places);
+    }
+    EXPECT_GT(taken.size(), count / 2);
+}
+
+TEST(IPv4AddressTest, DoNotMeetInOnePlaceHoweverTheyAreChosen) {
+    constexpr std::uint32_t places = 10'273;
+    constexpr std::uint32_t count = 1000;
+    std::unordered_set<std::uint64_t> taken;
+    for (std::uint32_t number = 0; number < count; ++number) {
+        taken.insert(std::hash<IPv4Address>{}(IPv4Address{number * places}) % places);
+    }
+    EXPECT_GT(taken.size(), count / 2);
 }
 
 TEST(SubnetTest, TakesPrefixLengthsFrom0To32) {
