@@ -141,6 +141,15 @@ void LeaseTable::upsert(Lease lease) {
     addAges(ip);
 }
 
+void LeaseTable::setLastSeen(const MACAddress& mac, Date lastSeen) {
+    if (const auto position = index_.positionOf(mac)) {
+        const IPv4Address ip = leases_[*position].ip;
+        removeAges(ip);
+        leases_.change(*position).lastSeen = lastSeen;
+        addAges(ip);
+    }
+}
+
 std::optional<Lease> LeaseTable::remove(const MACAddress& mac) {
     const auto position = index_.positionOf(mac);
     if (!position) {

@@ -100,6 +100,8 @@ class LeaseTable {
 
     /// Replaces the client's record where it stands, else appends it.
     void upsert(Lease lease);
+    /// The client of that record was heard from; nothing happens when there is none.
+    void setLastSeen(const MACAddress& mac, Date lastSeen);
     /// Removes the client's record and returns it; nothing when there is none.
     std::optional<Lease> remove(const MACAddress& mac);
     /// Replaces every record of that address by a new one at the end.

@@ -79,9 +79,11 @@ class Records {
         records_.push_back(std::move(record));
         serials_.push_back(nextSerial());
     }
-    void replace(std::size_t position, Record record) {
-        records_[position] = std::move(record);
+    void replace(std::size_t position, Record record) { change(position) = std::move(record); }
+    /// The record, about to be changed.
+    [[nodiscard]] Record& change(std::size_t position) {
         serials_[position] = nextSerial();
+        return records_[position];
     }
     Record take(std::size_t position) {
         serials_[position] = gap;

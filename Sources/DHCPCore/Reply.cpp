@@ -13,10 +13,12 @@ namespace {
 
 constexpr std::uint8_t bootReply = 2; // RFC 2131, section 2
 constexpr std::size_t longestOption = 255;
+constexpr std::size_t usualOptionCount = 10;
 
 DHCPPacket baseReply(const ReplyBuilder& builder, DHCPMessageType type, IPv4Address yiaddr) {
     const DHCPPacket& request = builder.request;
     DHCPPacket packet;
+    packet.options.reserve(usualOptionCount);
     packet.op = bootReply;
     packet.htype = request.htype;
     packet.hlen = request.hlen;

@@ -66,9 +66,9 @@ class Work {
     }
     void info(std::string text) { note(ServerEvent::Info{.text = std::move(text)}); }
     /// Stores a record and reports it.
-    void record(const Lease& lease) {
+    void record(Lease lease) {
         table().upsert(lease);
-        note(ServerEvent::LeaseChanged{.lease = lease});
+        note(ServerEvent::LeaseChanged{.lease = std::move(lease)});
     }
 
     [[nodiscard]] LeaseTable& table() { return decision_.table; }
@@ -134,11 +134,10 @@ void Work::discover(const MACAddress& mac) {
         decision_.action.value = DecisionAction::Probe{.ip = *ip};
         return;
     }
-    auto lease = table().lease(mac);
-    if (lease && lease->state == Lease::State::bound && lease->ip == *ip && lease->holdsAddress(now())) {
+    const Lease* const lease = table().find(mac);
+    if (lease != nullptr && lease->state == Lease::State::bound && lease->ip == *ip && lease->holdsAddress(now())) {
         // A binding outlives a device that starts anew: an offer would cut it to the time of the offer.
-        lease->lastSeen = now();
-        table().upsert(*std::move(lease));
+        table().setLastSeen(mac, now());
     } else {
         assign(*ip, mac, Lease::State::offered, now() + Timing::offerHold);
     }
@@ -221,7 +220,7 @@ void Work::release(const MACAddress& mac) {
     lease->state = Lease::State::released;
     lease->expiresAt = now();
     lease->lastSeen = now();
-    record(*lease);
+    record(*std::move(lease));
     decision_.tableChanged = true;
 }
 
@@ -239,7 +238,7 @@ void Work::choseAnotherServer(IPv4Address server, const MACAddress& mac) {
     if (auto lease = table().lease(mac); lease && lease->state == Lease::State::offered) {
         lease->state = Lease::State::released;
         lease->expiresAt = now();
-        record(*lease); // not worth saving: the offer was never saved either
+        record(*std::move(lease)); // not worth saving: the offer was never saved either
     }
     info(fmt::format("client {} chose another server ({})", mac.description(), server.description()));
     note(ServerEvent::NoticeRaised{
@@ -271,7 +270,7 @@ void Work::assign(IPv4Address ip, const MACAddress& mac, Lease::State state, Dat
     adopt(lease.hostname, packet_.hostname());
     adopt(lease.vendorClass, packet_.vendorClass());
     adopt(lease.clientID, packet_.clientID());
-    record(lease);
+    record(std::move(lease));
     if (state != Lease::State::offered) { // an offer is soon over: it lives in memory only
         decision_.tableChanged = true;
     }

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -62,7 +63,7 @@ Model::Table anyTable(Random& random, std::uint64_t longest) {
 /// One random change to both. @return whether what it gave back was the same.
 bool change(Random& random, Model::Table& model, LeaseTable& table) {
     const Date instant = anyInstant(random);
-    switch (random.below(12)) {
+    switch (random.below(14)) {
     case 0:
     case 1: {
         const MACAddress client = anyClient(random);
@@ -84,6 +85,15 @@ bool change(Random& random, Model::Table& model, LeaseTable& table) {
     case 5: {
         const AddressRange range{.lower = anyAddress(random), .upper = ip(10 + universe - 2)};
         return !random.oneIn(6) || model.dropOutside(range) == table.dropOutside(range);
+    }
+    case 6: {
+        const MACAddress client = anyClient(random);
+        const auto known = std::ranges::find(model.leases, client, &Lease::mac);
+        if (known != model.leases.end()) {
+            known->lastSeen = instant;
+        }
+        table.setLastSeen(client, instant);
+        return true;
     }
     default: {
         const Lease lease = anyLease(random);
