@@ -1,11 +1,9 @@
 #pragma once
 
-#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
-#include <iterator>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -24,23 +22,33 @@ class EventStream {
             if (finished_) {
                 return;
             }
-            values_.push_back(std::move(value));
+            if (values_.empty() || values_.back().size() >= batchSize) {
+                values_.emplace_back();
+            }
+            values_.back().push_back(std::move(value));
             ++waiting_;
         }
         ready_.notify_one();
     }
 
-    /// Adds values in their order, and wakes the consumer once.
-    void yieldAll(std::vector<T> values) {
+    /// Takes the values over, in their order, and wakes the consumer once. Leaves the vector empty, with room that an
+    /// earlier one had: to ask for it and give it back with every burst would cost more than the rest.
+    void yieldAll(std::vector<T>& values) {
+        if (values.empty()) {
+            return;
+        }
+        Batch room;
         {
             const std::lock_guard lock(mutex_);
-            if (finished_) {
-                return;
+            if (!finished_) {
+                waiting_ += values.size();
+                values_.push_back(std::move(values));
+                room.swap(spare_);
             }
-            std::ranges::move(values, std::back_inserter(values_));
-            waiting_ += values.size();
         }
         ready_.notify_one();
+        values = std::move(room);
+        values.clear();
     }
 
     /// Ends the stream: what was yielded before is still delivered. May be called twice.
@@ -80,22 +88,42 @@ class EventStream {
     [[nodiscard]] std::size_t taken() const { return takenCount_; }
 
   private:
+    /// Values that change hands together: piece by piece they would have the two threads wait for each other whenever
+    /// one gives back memory that the other asked for.
+    using Batch = std::vector<T>;
+    static constexpr std::size_t batchSize = 64;
+
     [[nodiscard]] std::optional<T> pop() {
         if (taken_.empty()) {
             return std::nullopt;
         }
-        std::optional<T> value(std::move(taken_.front()));
-        taken_.pop_front();
+        Batch& batch = taken_.front();
+        std::optional<T> value(std::move(batch[nextOfBatch_]));
+        if (++nextOfBatch_ == batch.size()) {
+            keepRoom(std::move(batch));
+            taken_.pop_front();
+            nextOfBatch_ = 0;
+        }
         --waiting_;
         ++takenCount_;
         return value;
     }
 
-    std::deque<T> taken_; ///< The consumer's own: what was there when it last came for values.
+    void keepRoom(Batch batch) {
+        batch.clear();
+        const std::lock_guard lock(mutex_);
+        if (spare_.capacity() < batch.capacity()) {
+            spare_.swap(batch);
+        }
+    }
+
+    std::deque<Batch> taken_;     ///< The consumer's own: what was there when it last came for values. None is empty.
+    std::size_t nextOfBatch_ = 0; ///< In the first of them.
 
     std::mutex mutex_;
     std::condition_variable ready_;
-    std::deque<T> values_;
+    std::deque<Batch> values_;
+    Batch spare_;                         ///< Empty, with the room of one that is done with.
     std::atomic<std::size_t> waiting_{0}; ///< In both.
     std::atomic<std::size_t> takenCount_{0};
     bool finished_ = false;

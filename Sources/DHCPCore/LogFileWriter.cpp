@@ -10,13 +10,12 @@
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
-#include <iterator>
+#include <span>
 #include <string_view>
 #include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace DHCPCore {
 
@@ -76,12 +75,19 @@ std::filesystem::path LogFileWriter::defaultDirectory() { return UserDirectories
 
 std::string LogFileWriter::fileName(Date date) { return fileNameOf(calendarTime(date, TimeZone::current())); }
 
-void LogFileWriter::append(std::string line, Date date) {
-    line += '\n';
+void LogFileWriter::append(std::string_view line, Date date) {
+    constexpr std::size_t longestPage = 1U << 14U;
     const std::lock_guard lock(mutex_);
-    waiting_.push_back({.text = std::move(line), .date = date});
+    const bool isFirst = waiting_.empty();
+    if (isFirst || waiting_.back().text.size() >= longestPage) {
+        waiting_.emplace_back();
+    }
+    Page& page = waiting_.back();
+    page.text += line;
+    page.text += '\n';
+    page.lines.push_back({.length = line.size() + 1, .date = date});
     ++count_;
-    if (waiting_.size() == 1) { // else a call of the queue is under way that takes this line too
+    if (isFirst) { // else a call of the queue is under way that takes this line too
         // The queue ends, its work done, before the other members do: see their order.
         queue_.async([this] { flush(); });
     }
@@ -92,28 +98,38 @@ void LogFileWriter::append(std::string line, Date date) {
 bool LogFileWriter::writeSome() {
     constexpr std::size_t most = 32;
     const std::lock_guard writing(writing_);
-    std::vector<Line> lines;
-    {
+    if (taken_.empty()) {
         const std::lock_guard lock(mutex_);
-        const auto end = waiting_.begin() + static_cast<std::ptrdiff_t>(std::min(waiting_.size(), most));
-        std::move(waiting_.begin(), end, std::back_inserter(lines));
-        waiting_.erase(waiting_.begin(), end);
+        taken_.swap(waiting_);
     }
+    if (taken_.empty()) {
+        return false;
+    }
+    const Page& page = taken_.front();
+    const auto lines = std::span(page.lines).subspan(linesWritten_);
+    const auto some = lines.first(std::min(lines.size(), most));
     FileDescriptor folder; // of these lines only: it may be moved and removed, too
-    if (lines.size() > 1) {
+    if (some.size() > 1) {
         folder = FileDescriptor(::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     }
-    for (const Line& line : lines) {
-        write(folder, line);
+    for (const Line& line : some) {
+        write(folder, std::string_view(page.text).substr(bytesWritten_, line.length), line.date);
+        bytesWritten_ += line.length;
+        ++linesWritten_;
         --count_;
     }
-    return !lines.empty();
+    if (some.size() == lines.size()) {
+        taken_.pop_front();
+        linesWritten_ = 0;
+        bytesWritten_ = 0;
+    }
+    return true;
 }
 
-void LogFileWriter::write(const FileDescriptor& folder, const Line& line) {
-    const FileDescriptor file = openForAppending(folder, fileOf(line.date));
+void LogFileWriter::write(const FileDescriptor& folder, std::string_view line, Date date) {
+    const FileDescriptor file = openForAppending(folder, fileOf(date));
     if (file.isOpen()) {
-        appendLine(file, line.text);
+        appendLine(file, line);
     }
 }
 

@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <mutex>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace DHCPCore {
 
@@ -26,7 +28,7 @@ class LogFileWriter {
     [[nodiscard]] static std::string fileName(Date date);
 
     /// Hands the line in for the file of that day and returns at once. Any thread.
-    void append(std::string line, Date date);
+    void append(std::string_view line, Date date);
 
     /// Writes what the queue has not written yet, and returns when every line handed in before is written. The queue's
     /// own thread may have to wait long for a processor.
@@ -39,20 +41,29 @@ class LogFileWriter {
 
   private:
     struct Line {
-        std::string text; ///< With its line feed.
+        std::size_t length; ///< With its line feed.
         Date date;
+    };
+    /// Some lines, one after the other: one by one, the thread that hands them in and the one that writes them would
+    /// wait for each other whenever one gives back memory that the other asked for.
+    struct Page {
+        std::string text;
+        std::vector<Line> lines;
     };
 
     bool writeSome();
-    void write(const FileDescriptor& folder, const Line& line);
+    void write(const FileDescriptor& folder, std::string_view line, Date date);
     const std::filesystem::path& fileOf(Date date);
 
     std::filesystem::path directory_;
     std::mutex mutex_; ///< Guards the waiting lines: they come from any thread.
-    std::deque<Line> waiting_;
+    std::deque<Page> waiting_;
     std::atomic<std::size_t> count_{0}; ///< Of those, and of the ones that are being written.
-    std::mutex writing_;                ///< Of whoever writes lines, and guards what follows, which is of the last one.
-    CalendarTime day_;
+    std::mutex writing_;                ///< Of whoever writes lines, and guards what follows.
+    std::deque<Page> taken_;            ///< Those of `waiting_` once it is their turn. None is empty.
+    std::size_t linesWritten_ = 0;      ///< Of the first of them.
+    std::size_t bytesWritten_ = 0;
+    CalendarTime day_; ///< Of the last line.
     std::filesystem::path dayFile_;
     SerialQueue queue_{"tarnwick.logfile"};
 };

@@ -185,7 +185,7 @@ void DHCPServer::receiveWaiting() {
     waitForReader();
     tellOfUnreported();
     postpones_ = readerIsBehind();
-    burst_ = Burst{};
+    burst_ = Burst{.steps = std::move(roomForSteps_)};
     handlePostponed();
     handleWaiting();
     sendUnsavedReplies();
@@ -201,7 +201,9 @@ void DHCPServer::receiveWaiting() {
     const std::size_t reportsBefore = lastReports_;
     std::vector<Step> steps = std::move(burst_->steps);
     burst_.reset();
-    carryOut(std::move(steps));
+    carryOut(steps);
+    steps.clear();
+    roomForSteps_ = std::move(steps);
     lastReports_ = tellsOfReports ? lastReports_ : reportsBefore;
     returnToPostponed();
 }
@@ -232,7 +234,7 @@ void DHCPServer::handleWaiting() {
 
 /// All in a row: between two decisions, each reply would wake its receiver anew.
 void DHCPServer::sendUnsavedReplies() {
-    std::vector<Step> steps = std::exchange(burst_->steps, {});
+    std::vector<Step> steps = std::exchange(burst_->steps, std::move(roomForSteps_));
     burst_->steps.reserve(steps.size());
     for (Step& step : steps) {
         if (const auto* const reply = std::get_if<UnsavedReply>(&step)) {
@@ -241,11 +243,14 @@ void DHCPServer::sendUnsavedReplies() {
             burst_->steps.push_back(std::move(step));
         }
     }
+    steps.clear();
+    roomForSteps_ = std::move(steps);
 }
 
-void DHCPServer::carryOut(std::vector<Step> steps) {
+void DHCPServer::carryOut(std::vector<Step>& steps) {
     bool isSaved = false; // the first save has what the later ones would add
-    reports_.emplace();
+    isCarryingOut_ = true;
+    reports_.reserve(steps.size());
     for (Step& step : steps) {
         std::visit(Overloaded{[this](ServerEvent& event) { emit(std::move(event)); },
                               [this](const Reply& reply) { send(reply, true); },
@@ -257,10 +262,9 @@ void DHCPServer::carryOut(std::vector<Step> steps) {
                               }},
                    step);
     }
-    std::vector<ServerEvent> reports = std::move(*reports_);
-    reports_.reset();
-    lastReports_ = reports.size();
-    events_->yieldAll(std::move(reports));
+    isCarryingOut_ = false;
+    lastReports_ = reports_.size();
+    events_->yieldAll(reports_);
 }
 
 void DHCPServer::handle(Datagram datagram) {
@@ -534,8 +538,8 @@ void DHCPServer::persist() {
 void DHCPServer::emit(ServerEvent event) {
     if (burst_) {
         burst_->steps.emplace_back(std::move(event));
-    } else if (reports_) {
-        reports_->push_back(std::move(event));
+    } else if (isCarryingOut_) {
+        reports_.push_back(std::move(event));
     } else {
         events_->yield(std::move(event));
     }

@@ -106,7 +106,7 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     void handleWaiting();
     void sendUnsavedReplies();
     [[nodiscard]] std::chrono::nanoseconds patienceBeforeSaving() const;
-    void carryOut(std::vector<Step> steps);
+    void carryOut(std::vector<Step>& steps);
     void handle(Datagram datagram);
     void handle(const DHCPPacket& packet);
     void dropMalformed(const PacketError::Value& fault);
@@ -159,10 +159,12 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     LeaseTable table_;
     LeaseDocument document_; ///< As it was saved last.
     PresenceMap presence_;
-    std::optional<Burst> burst_;                      ///< Present while waiting datagrams are being handled.
-    std::optional<std::vector<ServerEvent>> reports_; ///< Present while these steps are carried out.
-    std::size_t lastReports_ = 0;                     ///< How many the last burst led to.
-    std::uint64_t unreported_ = 0;                    ///< Malformed packets that were dropped in silence.
+    std::optional<Burst> burst_; ///< Present while waiting datagrams are being handled.
+    bool isCarryingOut_ = false;
+    std::vector<ServerEvent> reports_; ///< Of the steps that are being carried out.
+    std::vector<Step> roomForSteps_;   ///< Empty, with the room of the last ones.
+    std::size_t lastReports_ = 0;      ///< How many the last burst led to.
+    std::uint64_t unreported_ = 0;     ///< Malformed packets that were dropped in silence.
     std::deque<Postponed> postponed_;
     bool postpones_ = false;       ///< Strangers wait.
     bool returns_ = false;         ///< Work that handles what is postponed is on its way.

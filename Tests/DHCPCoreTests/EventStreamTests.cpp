@@ -7,7 +7,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 namespace DHCPCore {
 namespace {
@@ -36,18 +38,36 @@ TEST(EventStreamTest, DeliversWhatWasYieldedBeforeItsEnd) {
 TEST(EventStreamTest, DeliversValuesThatCameTogetherInTheirOrder) {
     EventStream<int> stream;
     stream.yield(1);
-    stream.yieldAll({2, 3});
-    stream.yieldAll({});
+    std::vector<int> values{2, 3};
+    stream.yieldAll(values);
+    EXPECT_TRUE(values.empty());
+    stream.yieldAll(values);
     stream.yield(4);
     for (int expected = 1; expected <= 4; ++expected) {
         EXPECT_EQ(stream.next(), expected);
     }
 }
 
+TEST(EventStreamTest, GivesBackTheRoomOfWhatIsTaken) {
+    EventStream<int> stream;
+    std::vector<int> values(100, 1);
+    stream.yieldAll(values);
+    EXPECT_EQ(values.capacity(), 0U);
+    while (stream.waiting() > 0) {
+        std::ignore = stream.next();
+    }
+    values = {2};
+    stream.yieldAll(values);
+    EXPECT_GE(values.capacity(), 100U);
+    EXPECT_TRUE(values.empty());
+    EXPECT_EQ(stream.next(), 2);
+}
+
 TEST(EventStreamTest, CountsWhatIsYetToBeTaken) {
     EventStream<int> stream;
     EXPECT_EQ(stream.waiting(), 0U);
-    stream.yieldAll({1, 2});
+    std::vector<int> values{1, 2};
+    stream.yieldAll(values);
     stream.yield(3);
     EXPECT_EQ(stream.waiting(), 3U);
     EXPECT_EQ(stream.next(), 1);
@@ -61,7 +81,9 @@ TEST(EventStreamTest, IgnoresValuesAfterItsEnd) {
     EventStream<int> stream;
     stream.finish();
     stream.yield(1);
-    stream.yieldAll({2, 3});
+    std::vector<int> values{2, 3};
+    stream.yieldAll(values);
+    EXPECT_TRUE(values.empty());
     EXPECT_EQ(stream.waiting(), 0U);
     EXPECT_EQ(stream.next(), std::nullopt);
 }
