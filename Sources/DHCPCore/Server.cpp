@@ -216,19 +216,22 @@ std::chrono::nanoseconds DHCPServer::patienceBeforeSaving() const {
 }
 
 void DHCPServer::handleWaiting() {
-    for (; burst_->datagrams < datagramsPerTurn && isOpen_; ++burst_->datagrams) {
-        std::optional<Datagram> datagram;
+    while (burst_->datagrams < datagramsPerTurn && isOpen_) {
+        std::vector<Datagram> datagrams;
         try {
-            datagram = transport_->receive();
+            datagrams = transport_->receiveSome(datagramsPerTurn - burst_->datagrams);
         } catch (const TransportError& error) {
             inform("receive failed: " + error.description());
             burst_->datagrams = datagramsPerTurn;
             return;
         }
-        if (!datagram) {
+        if (datagrams.empty()) {
             return;
         }
-        handle(std::move(*datagram));
+        burst_->datagrams += datagrams.size();
+        for (Datagram& datagram : datagrams) {
+            handle(std::move(datagram));
+        }
     }
 }
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <sys/socket.h>
 
 /// What sockets need of the host beyond what every system names alike. A function that returns an `int` gives 0, or the
 /// error number of the system call that was refused.
@@ -40,6 +41,17 @@ namespace DHCPCore::Sockets {
 
 /// Waits so long for something to read. @return whether there is something. (Linux/, Darwin/)
 [[nodiscard]] bool awaitReadable(const FileDescriptor& socket, std::chrono::nanoseconds patience);
+
+/// A datagram to be received: where to, as for recvmsg(2), and then of what size it was.
+struct Incoming {
+    msghdr header{};
+    std::size_t size = 0;
+};
+
+/// Receives the datagrams that wait, at most so many, with one call where the system has one for it; `EAGAIN` when
+/// there is none. An error that comes after some is left for the next call. (Linux/, Darwin/)
+/// @return how many; -1 on failure, with `errno` saying why.
+[[nodiscard]] int receive(const FileDescriptor& socket, std::span<Incoming> room);
 
 /// The destination of a datagram, and where it must come from.
 struct Route {

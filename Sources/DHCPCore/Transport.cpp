@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <tuple>
@@ -85,6 +86,34 @@ int bindTo(const FileDescriptor& socket, const Endpoint& endpoint) {
 
 } // namespace
 
+struct UDPTransport::Room {
+    std::array<std::uint8_t, longestDatagram> bytes;
+    alignas(cmsghdr) std::array<std::uint8_t, controlLength> control;
+    sockaddr_in source;
+    iovec payload;
+
+    /// As recvmsg(2) takes it.
+    msghdr header() {
+        payload = {.iov_base = bytes.data(), .iov_len = bytes.size()};
+        msghdr header{};
+        header.msg_name = &source;
+        header.msg_namelen = sizeof source;
+        header.msg_iov = &payload;
+        header.msg_iovlen = 1;
+        header.msg_control = control.data();
+        header.msg_controllen = control.size();
+        return header;
+    }
+
+    [[nodiscard]] Datagram datagram(const Sockets::Incoming& incoming) const {
+        const auto controlCount = std::min<std::size_t>(incoming.header.msg_controllen, control.size());
+        return {.bytes = Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(incoming.size)),
+                .interfaceIndex = Sockets::arrivalInterface(std::span(control).first(controlCount)),
+                .source = IPv4Address{ntohl(source.sin_addr.s_addr)},
+                .sourcePort = ntohs(source.sin_port)};
+    }
+};
+
 std::string TransportMode::interfaceName() const {
     return std::visit(
         Overloaded{[](const Interface& card) { return card.name; }, [](const Loopback&) { return std::string("lo0"); }},
@@ -97,6 +126,8 @@ TransportError::TransportError(std::string what, int number)
 
 UDPTransport::UDPTransport(TransportMode transportMode, std::optional<IPv4Address> replySource)
     : mode_(std::move(transportMode)), replySource_(replySource) {}
+
+UDPTransport::~UDPTransport() = default;
 
 void UDPTransport::open() {
     FileDescriptor socket = Sockets::open(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
@@ -117,31 +148,31 @@ void UDPTransport::open() {
 }
 
 std::optional<Datagram> UDPTransport::receive() {
-    buffer_.resize(longestDatagram);
-    alignas(cmsghdr) std::array<std::uint8_t, controlLength> control{};
-    sockaddr_in source{};
-    iovec payload{.iov_base = buffer_.data(), .iov_len = buffer_.size()};
-    msghdr message{};
-    message.msg_name = &source;
-    message.msg_namelen = sizeof source;
-    message.msg_iov = &payload;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
+    std::vector<Datagram> datagrams = receiveSome(1);
+    return datagrams.empty() ? std::nullopt : std::optional(std::move(datagrams.front()));
+}
 
-    const ssize_t count = ::recvmsg(fd(), &message, 0);
-    if (count < 0) {
+std::vector<Datagram> UDPTransport::receiveSome(std::size_t most) {
+    constexpr std::size_t mostAtOnce = 16; // more would save little, and take room
+    room_.resize(mostAtOnce);
+    std::array<Sockets::Incoming, mostAtOnce> incoming{};
+    std::ranges::transform(room_, incoming.begin(),
+                           [](Room& room) { return Sockets::Incoming{.header = room.header()}; });
+    const int received = Sockets::receive(socket_, std::span(incoming).first(std::min(most, mostAtOnce)));
+    if (received < 0) {
         const int error = errno;
         if (error == EAGAIN) {
-            return std::nullopt;
+            return {};
         }
         throw TransportError("recvmsg", error);
     }
-    const auto controlCount = std::min<std::size_t>(message.msg_controllen, control.size());
-    return Datagram{.bytes = Bytes(buffer_.begin(), buffer_.begin() + count),
-                    .interfaceIndex = Sockets::arrivalInterface(std::span(control).first(controlCount)),
-                    .source = IPv4Address{ntohl(source.sin_addr.s_addr)},
-                    .sourcePort = ntohs(source.sin_port)};
+    const auto count = static_cast<std::size_t>(received);
+    std::vector<Datagram> datagrams;
+    datagrams.reserve(count);
+    for (std::size_t place = 0; place < count; ++place) {
+        datagrams.push_back(room_[place].datagram(incoming[place]));
+    }
+    return datagrams;
 }
 
 bool UDPTransport::awaitDatagram(std::chrono::nanoseconds patience) const {

@@ -7,11 +7,13 @@
 #include "DHCPCore/Sockets.hpp"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <variant>
+#include <vector>
 
 namespace DHCPCore {
 
@@ -69,13 +71,17 @@ class UDPTransport {
     UDPTransport& operator=(const UDPTransport&) = delete;
     UDPTransport(UDPTransport&&) = delete;
     UDPTransport& operator=(UDPTransport&&) = delete;
-    virtual ~UDPTransport() = default;
+    virtual ~UDPTransport();
 
     /// @throws TransportError naming the step that failed; nothing is left open then.
     virtual void open();
 
     /// One read; nothing when no datagram is waiting. @throws TransportError
-    [[nodiscard]] virtual std::optional<Datagram> receive();
+    [[nodiscard]] std::optional<Datagram> receive();
+
+    /// What waits, at most so many datagrams, and not always all of it; none when nothing is waiting. @throws
+    /// TransportError
+    [[nodiscard]] virtual std::vector<Datagram> receiveSome(std::size_t most);
 
     /// Waits so long for a datagram. @return whether there is something to read.
     [[nodiscard]] bool awaitDatagram(std::chrono::nanoseconds patience) const;
@@ -98,12 +104,14 @@ class UDPTransport {
     void adopt(FileDescriptor socket, std::uint32_t index);
 
   private:
+    struct Room; ///< For one datagram.
+
     [[nodiscard]] bool holdsSource(const Sockets::Route& route);
 
     TransportMode mode_;
     std::optional<IPv4Address> replySource_;
     FileDescriptor socket_;
-    Bytes buffer_; ///< Where a datagram is received; made once.
+    std::vector<Room> room_; ///< Where datagrams are received; made once.
     std::uint32_t interfaceIndex_ = 0;
     std::chrono::steady_clock::time_point askSourceAt_; ///< The card held the source address a moment ago.
 };

@@ -8,12 +8,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <fcntl.h>
+#include <iterator>
 #include <memory>
 #include <net/if.h>
 #include <numeric>
 #include <string>
 #include <tuple>
+#include <vector>
 
 namespace DHCPCore {
 namespace {
@@ -232,6 +235,35 @@ TEST_F(LoopbackTransportTest, ReceivesOneDatagramAtATimeInTheirOrder) {
         ASSERT_TRUE(datagram);
         EXPECT_EQ(datagram->bytes, numbered(size));
     }
+}
+
+TEST_F(LoopbackTransportTest, ReceivesWhatWaitsInItsOrderAndEachWithItsOwn) {
+    constexpr std::size_t count = 50;
+    const LoopbackSocket other;
+    for (std::size_t size = 0; size < count; ++size) {
+        (size % 2 == 0 ? client : other).send(numbered(size), serverPort);
+    }
+    std::vector<Datagram> received;
+    while (received.size() < count) {
+        ASSERT_TRUE(waitUntilReadable(transport.fd()));
+        std::ranges::move(transport.receiveSome(count), std::back_inserter(received));
+    }
+    for (std::size_t size = 0; size < count; ++size) {
+        EXPECT_EQ(received.at(size), (Datagram{.bytes = numbered(size),
+                                               .interfaceIndex = transport.interfaceIndex(),
+                                               .source = IPv4Address::loopback,
+                                               .sourcePort = (size % 2 == 0 ? client : other).port()}));
+    }
+    EXPECT_TRUE(transport.receiveSome(count).empty());
+}
+
+TEST_F(LoopbackTransportTest, ReceivesNoMoreThanItIsAskedFor) {
+    for (const std::size_t size : {1U, 2U, 3U}) {
+        client.send(numbered(size), serverPort);
+    }
+    ASSERT_TRUE(waitUntilReadable(transport.fd()));
+    EXPECT_LE(transport.receiveSome(2).size(), 2U);
+    EXPECT_TRUE(waitUntilReadable(transport.fd())) << "the last one still waits";
 }
 
 TEST_F(LoopbackTransportTest, ReceivesAnEmptyDatagramAsOne) {

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <fcntl.h>
 #include <iterator>
 #include <stdexcept>
 #include <sys/socket.h>
+#include <vector>
 
 namespace DHCPCore::TestSupport {
 
@@ -39,16 +41,16 @@ class FakeHost::Wire : public UDPTransport {
         adopt(std::move(socket), index);
     }
 
-    std::optional<Datagram> receive() override {
+    std::vector<Datagram> receiveSome(std::size_t most) override {
         char byte = 0;
-        if (::recv(fd(), &byte, 1, MSG_DONTWAIT) != 1) {
-            return std::nullopt;
+        if (most == 0 || ::recv(fd(), &byte, 1, MSG_DONTWAIT) != 1) {
+            return {};
         }
         Arrival arrival = host_->takeArrival();
         if (const int* code = std::get_if<int>(&arrival)) {
             throw TransportError("recvmsg", *code);
         }
-        return std::get<Datagram>(std::move(arrival));
+        return {std::get<Datagram>(std::move(arrival))};
     }
 
     void send(std::span<const std::uint8_t> bytes, const ReplyDestination& destination) override {

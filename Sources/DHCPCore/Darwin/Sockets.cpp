@@ -60,6 +60,19 @@ bool awaitReadable(const FileDescriptor& socket, std::chrono::nanoseconds patien
     return ::poll(&waiting, 1, static_cast<int>(std::min<decltype(milliseconds)>(milliseconds, 1000))) > 0;
 }
 
+int receive(const FileDescriptor& socket, std::span<Incoming> room) {
+    int count = 0;
+    for (Incoming& incoming : room) {
+        const ssize_t size = ::recvmsg(socket.number(), &incoming.header, 0);
+        if (size < 0) {
+            return count == 0 ? -1 : count;
+        }
+        incoming.size = static_cast<std::size_t>(size);
+        ++count;
+    }
+    return count;
+}
+
 bool holdsAddress(const FileDescriptor& /*socket*/, std::uint32_t interfaceIndex, IPv4Address address) {
     const auto name = nameOfInterface(interfaceIndex);
     return name && std::ranges::any_of(Interfaces::interfaceAddresses(), [&](const InterfaceAddress& held) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <iterator>
 #include <linux/sockios.h>
@@ -16,6 +17,7 @@
 #include <string_view>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <utility>
 #include <vector>
 
 namespace DHCPCore::Sockets {
@@ -142,6 +144,19 @@ bool awaitReadable(const FileDescriptor& socket, std::chrono::nanoseconds patien
     pollfd waiting{.fd = socket.number(), .events = POLLIN, .revents = 0};
     const timespec longest{.tv_sec = 0, .tv_nsec = std::min<long>(patience.count(), std::nano::den - 1)};
     return ::ppoll(&waiting, 1, &longest, nullptr) > 0;
+}
+
+int receive(const FileDescriptor& socket, std::span<Incoming> room) {
+    constexpr std::size_t mostAtOnce = 32;
+    std::array<mmsghdr, mostAtOnce> messages{};
+    const std::size_t asked = std::min(room.size(), mostAtOnce);
+    std::transform(room.begin(), room.begin() + static_cast<std::ptrdiff_t>(asked), messages.begin(),
+                   [](const Incoming& incoming) { return mmsghdr{.msg_hdr = incoming.header, .msg_len = 0}; });
+    const int count = ::recvmmsg(socket.number(), messages.data(), static_cast<unsigned>(asked), 0, nullptr);
+    for (std::size_t place = 0; std::cmp_less(place, count); ++place) {
+        room[place] = {.header = messages[place].msg_hdr, .size = messages[place].msg_len};
+    }
+    return count;
 }
 
 bool holdsAddress(const FileDescriptor& socket, std::uint32_t interfaceIndex, IPv4Address address) {
