@@ -71,7 +71,7 @@ std::optional<PacketError::OptionOverrun> parseOptions(std::span<const std::uint
             return PacketError::OptionOverrun{code};
         }
         const auto data = rest.subspan(2, rest[1]);
-        options.push_back({.code = code, .data = {data.begin(), data.end()}});
+        options.push_back({.code = code, .data = data});
         rest = rest.subspan(2 + data.size());
     }
     return std::nullopt;
@@ -216,12 +216,12 @@ std::optional<std::span<const std::uint8_t>> DHCPPacket::option(std::uint8_t cod
     if (found == options.end()) {
         return std::nullopt;
     }
-    return found->data;
+    return std::span(found->data);
 }
 
 void DHCPPacket::setOption(std::uint8_t code, std::span<const std::uint8_t> data) {
     assert(fitsLengthByte(data));
-    Bytes copy(data.begin(), data.end()); // first of all: the data may be this packet's own
+    OptionData copy(data); // first of all: the data may be this packet's own
     const auto found = std::ranges::find(options, code, &DHCPOptionField::code);
     if (found == options.end()) {
         options.push_back({.code = code, .data = std::move(copy)});

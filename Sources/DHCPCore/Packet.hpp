@@ -2,6 +2,7 @@
 
 #include "DHCPCore/Addresses.hpp"
 #include "DHCPCore/Error.hpp"
+#include "DHCPCore/OptionData.hpp"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -94,7 +95,7 @@ class PacketError : public Error {
 /// One option as it stands on the wire.
 struct DHCPOptionField {
     std::uint8_t code = OptionCode::pad;
-    Bytes data; ///< At most 255 bytes when written.
+    OptionData data; ///< At most 255 bytes when written.
 
     bool operator==(const DHCPOptionField&) const = default;
 };

@@ -287,8 +287,9 @@ DHCPPacket randomPacket(std::mt19937& random) {
     packet.options.resize(number(20));
     for (DHCPOptionField& option : packet.options) {
         option.code = static_cast<std::uint8_t>(1 + number(253));
-        option.data.resize(number(255));
-        std::ranges::generate(option.data, byte);
+        Bytes data(number(255));
+        std::ranges::generate(data, byte);
+        option.data = data;
     }
     return packet;
 }

@@ -178,7 +178,7 @@ TEST(ReplyTest, BroadcastsANakEvenToAClientWithAnAddress) {
     const std::string reason = "address is not available for renewal";
     const IPv4Address outside = "192.168.7.7"_ip;
     const Reply expected{.packet = answer(IPv4Address::zero, IPv4Address::zero,
-                                          {{53, {6}}, {54, {10, 0, 0, 1}}, {56, {reason.begin(), reason.end()}}}),
+                                          {{53, {6}}, {54, {10, 0, 0, 1}}, {56, Bytes(reason.begin(), reason.end())}}),
                          .destination = broadcast,
                          .type = DHCPMessageType::nak,
                          .ip = outside,

@@ -21,7 +21,7 @@ namespace {
 std::optional<Bytes> dataOf(const DHCPPacket& packet, int code) {
     for (const DHCPOptionField& option : packet.options) {
         if (option.code == code) {
-            return option.data;
+            return Bytes(option.data.begin(), option.data.end());
         }
     }
     return std::nullopt;
@@ -427,7 +427,7 @@ void Work::reply(int type, IPv4Address yiaddr, const MACAddress& mac, bool inclu
 void Work::nak(const std::string& reason, const MACAddress& mac) {
     Reply result;
     result.packet = baseReply(6, IPv4Address{0});
-    result.packet.options.push_back({.code = 56, .data = {reason.begin(), reason.end()}});
+    result.packet.options.push_back({.code = 56, .data = Bytes(reason.begin(), reason.end())});
     result.destination = {ReplyDestination::Broadcast{}};
     result.type = DHCPMessageType::nak;
     result.ip = addressIn(packet, 50).value_or(packet.ciaddr);
