@@ -101,7 +101,7 @@ struct UDPTransport::Room {
         header.msg_iov = &payload;
         header.msg_iovlen = 1;
         header.msg_control = control.data();
-        header.msg_controllen = control.size();
+        header.msg_controllen = controlLength;
         return header;
     }
 
