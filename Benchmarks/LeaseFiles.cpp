@@ -82,11 +82,14 @@ std::optional<LeaseFormat> leaseFormat(std::string_view name) {
 void writeLeases(LeaseFormat format, const std::filesystem::path& file, std::uint32_t count, IPv4Address first) {
     switch (format) {
     case LeaseFormat::tarnwick:
-        return LeaseFile{.url = file}.save(LeaseTable(leases(count, first), {}));
+        LeaseFile{.url = file}.save(LeaseTable(leases(count, first), {}));
+        break;
     case LeaseFormat::kea:
-        return replaceFile(file, keaDocument(leases(count, first)));
+        replaceFile(file, keaDocument(leases(count, first)));
+        break;
     case LeaseFormat::dnsmasq:
-        return replaceFile(file, dnsmasqDocument(leases(count, first)));
+        replaceFile(file, dnsmasqDocument(leases(count, first)));
+        break;
     }
 }
 

@@ -41,8 +41,9 @@ class EventStream {
         {
             const std::lock_guard lock(mutex_);
             if (!finished_) {
-                waiting_ += values.size();
+                const std::size_t count = values.size();
                 values_.push_back(std::move(values));
+                waiting_ += count;
                 room.swap(spare_);
             }
         }
@@ -111,8 +112,8 @@ class EventStream {
 
     void keepRoom(Batch batch) {
         batch.clear();
-        const std::lock_guard lock(mutex_);
-        if (spare_.capacity() < batch.capacity()) {
+        const std::unique_lock lock(mutex_, std::try_to_lock); // not worth waiting, or keeping the producer waiting
+        if (lock.owns_lock() && spare_.capacity() < batch.capacity()) {
             spare_.swap(batch);
         }
     }

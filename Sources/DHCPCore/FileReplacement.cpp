@@ -124,16 +124,22 @@ class HiddenFile {
         if (const int number = writeAll(descriptor_.number(), pieces); number != 0) {
             fail("write", name_, number);
         }
+        keeper_ = FileDescriptor(::fcntl(descriptor_.number(), F_DUPFD_CLOEXEC, 0));
         if (::close(descriptor_.release()) != 0) { // some file systems tell only now that there was no room
             fail("write", name_, errno);
         }
     }
 
-    void putInPlace() {
+    /// @return what keeps the content.
+    FileDescriptor putInPlace() {
         if (std::rename(path_.c_str(), target_.c_str()) != 0) {
             fail("replace", name_, errno);
         }
         isInPlace_ = true;
+        if (keeper_.isOpen()) {
+            std::ignore = ::flock(keeper_.number(), LOCK_UN); // it stays open for long
+        }
+        return std::move(keeper_);
     }
 
   private:
@@ -165,6 +171,7 @@ class HiddenFile {
     std::string name_; ///< The target's, for the user.
     std::filesystem::path path_;
     FileDescriptor descriptor_;
+    FileDescriptor keeper_; ///< The same file, once it is written.
     bool isInPlace_ = false;
 };
 
@@ -182,14 +189,14 @@ bool isLeftover(const std::filesystem::path& hidden, const std::filesystem::path
 
 } // namespace
 
-void replaceFile(const std::filesystem::path& file, std::string_view content) {
-    replaceFile(file, std::span(&content, 1));
+FileDescriptor replaceFile(const std::filesystem::path& file, std::string_view content) {
+    return replaceFile(file, std::span(&content, 1));
 }
 
-void replaceFile(const std::filesystem::path& file, std::span<const std::string_view> pieces) {
+FileDescriptor replaceFile(const std::filesystem::path& file, std::span<const std::string_view> pieces) {
     HiddenFile replacement(file);
     replacement.write(pieces);
-    replacement.putInPlace();
+    return replacement.putInPlace();
 }
 
 void removeLeftovers(const std::filesystem::path& file) {

@@ -32,7 +32,7 @@ Key makeKey() {
 std::size_t keyedHash(std::uint64_t value) noexcept {
     static const Key key = makeKey();
     const std::uint64_t product = (value ^ key.mask) * key.factor;
-    return static_cast<std::size_t>(product ^ product >> 32U); // what is looked at first of a product is its worse half
+    return static_cast<std::size_t>(product ^ product >> 32U); // its low bits depend on the low bits of the value alone
 }
 
 } // namespace DHCPCore

@@ -13,7 +13,7 @@
 namespace DHCPCore {
 
 /// The text of one list of the lease table's document, in blocks of records that stand side by side. A block is made
-/// anew only when one of its records is another than before, and then only that record's text.
+/// anew only when one of its positions has another record than before, and then only that record's text.
 class RecordTexts {
   public:
     /// Appends the text of the record at that place in the list.

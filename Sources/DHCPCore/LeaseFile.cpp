@@ -138,9 +138,9 @@ void LeaseFile::save(const LeaseTable& table) const {
     save(table, document);
 }
 
-void LeaseFile::save(const LeaseTable& table, LeaseDocument& document) const {
+FileDescriptor LeaseFile::save(const LeaseTable& table, LeaseDocument& document) const {
     try {
-        replaceFile(url, document.of(table));
+        return replaceFile(url, document.of(table));
     } catch (const FileReplacementError& error) {
         throw LeaseFileError(error.description());
     }

@@ -2,6 +2,7 @@
 
 #include "DHCPCore/Date.hpp"
 #include "DHCPCore/Error.hpp"
+#include "DHCPCore/FileDescriptor.hpp"
 #include "DHCPCore/LeaseDocument.hpp"
 #include "DHCPCore/LeaseStore.hpp"
 
@@ -45,7 +46,8 @@ struct LeaseFile {
     /// @throws LeaseFileError when that fails; the old file is then untouched.
     void save(const LeaseTable& table) const;
     /// The same with a document that is kept from one save to the next, and costs what has changed.
-    void save(const LeaseTable& table, LeaseDocument& document) const;
+    /// @return as `replaceFile`.
+    FileDescriptor save(const LeaseTable& table, LeaseDocument& document) const;
 
     /// Removes the temporary files of saves that were cut short by the end of their process, and nothing else.
     void removeLeftovers() const;

@@ -100,7 +100,7 @@ class LeaseTable {
 
     /// Replaces the client's record where it stands, else appends it.
     void upsert(Lease lease);
-    /// The client of that record was heard from; nothing happens when there is none.
+    /// That client was heard from then; nothing happens when it has no record.
     void setLastSeen(const MACAddress& mac, Date lastSeen);
     /// Removes the client's record and returns it; nothing when there is none.
     std::optional<Lease> remove(const MACAddress& mac);

@@ -83,9 +83,9 @@ void LogFileWriter::append(std::string_view line, Date date) {
         waiting_.emplace_back();
     }
     Page& page = waiting_.back();
+    page.lines.push_back({.length = line.size() + 1, .date = date});
     page.text += line;
     page.text += '\n';
-    page.lines.push_back({.length = line.size() + 1, .date = date});
     ++count_;
     if (isFirst) { // else a call of the queue is under way that takes this line too
         // The queue ends, its work done, before the other members do: see their order.

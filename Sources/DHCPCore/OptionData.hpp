@@ -11,11 +11,12 @@
 
 namespace DHCPCore {
 
-/// The bytes of an option. Most options have a few: they stand in the object itself, and ask for no memory.
+/// The bytes of an option, taken from whatever holds bytes. Most options have a few: they stand in the object itself,
+/// and ask for no memory.
 class OptionData {
   public:
     OptionData() = default;
-    OptionData(std::span<const std::uint8_t> bytes) { // NOLINT(google-explicit-constructor)
+    OptionData(std::span<const std::uint8_t> bytes) {
         if (bytes.size() <= few_.size()) {
             std::ranges::copy(bytes, few_.begin());
             fewCount_ = bytes.size();
@@ -23,7 +24,7 @@ class OptionData {
             many_.assign(bytes.begin(), bytes.end());
         }
     }
-    OptionData(const Bytes& bytes) : OptionData(std::span(bytes)) {} // NOLINT(google-explicit-constructor)
+    OptionData(const Bytes& bytes) : OptionData(std::span(bytes)) {}
     OptionData(std::initializer_list<std::uint8_t> bytes) : OptionData(std::span(bytes.begin(), bytes.size())) {}
 
     [[nodiscard]] const std::uint8_t* data() const { return many_.empty() ? few_.data() : many_.data(); }

@@ -130,7 +130,7 @@ struct DHCPPacket {
     /// The message as bytes, with an end option, padded with zeros to at least `minimumLength`.
     [[nodiscard]] Bytes serialize(std::size_t minimumLength) const;
 
-    /// The data of the first option with that code; nothing when there is none.
+    /// The data of the first option with that code, up to the next change of the options; nothing when there is none.
     [[nodiscard]] std::optional<std::span<const std::uint8_t>> option(std::uint8_t code) const;
 
     /// Replaces the data of the first option with that code where it stands, else appends a new option. At most 255

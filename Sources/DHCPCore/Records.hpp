@@ -59,6 +59,18 @@ class Records {
     using const_iterator = Iterator;
 
     Records() = default;
+    Records(const Records&) = default;
+    Records& operator=(const Records&) = default;
+    Records(Records&& other) noexcept
+        : records_(std::move(other.records_)), serials_(std::move(other.serials_)),
+          gaps_(std::exchange(other.gaps_, 0)) {}
+    Records& operator=(Records&& other) noexcept {
+        records_ = std::move(other.records_);
+        serials_ = std::move(other.serials_);
+        gaps_ = std::exchange(other.gaps_, 0);
+        return *this;
+    }
+    ~Records() = default;
     explicit Records(std::vector<Record> records) : records_(std::move(records)), serials_(records_.size()) {
         std::ranges::generate(serials_, nextSerial);
     }

@@ -268,6 +268,7 @@ void DHCPServer::carryOut(std::vector<Step>& steps) {
     isCarryingOut_ = false;
     lastReports_ = reports_.size();
     events_->yieldAll(reports_);
+    clearAwayReplaced();
 }
 
 void DHCPServer::handle(Datagram datagram) {
@@ -530,12 +531,31 @@ void DHCPServer::persist() {
         return;
     }
     try {
-        options_.leaseFile.save(table_, document_);
+        replaced_ = std::exchange(saved_, options_.leaseFile.save(table_, document_));
     } catch (const std::exception& error) {
         raise(NoticeKind::leaseSaveFailed, fmt::format("Leases could not be saved: {}", error.what()));
         return;
     }
+    if (!isCarryingOut_) { // else somebody waits for an answer
+        clearAwayReplaced();
+    }
     clear(NoticeKind::leaseSaveFailed);
+}
+
+/// Lets go of the file that the last save replaced, on a thread of its own: the next message need not wait for it. One
+/// at a time, so that a slow disk does not fill with them.
+void DHCPServer::clearAwayReplaced() {
+    if (!replaced_.isOpen()) {
+        return;
+    }
+    if (isClearing_->exchange(true)) {
+        replaced_.close();
+        return;
+    }
+    clearingQueue_.async([file = std::make_shared<FileDescriptor>(std::move(replaced_)), isClearing = isClearing_] {
+        file->close();
+        *isClearing = false;
+    });
 }
 
 void DHCPServer::emit(ServerEvent event) {

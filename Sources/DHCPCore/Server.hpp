@@ -13,6 +13,7 @@
 #include "DHCPCore/ServerHost.hpp"
 #include "DHCPCore/Transport.hpp"
 
+#include <atomic>
 #include <chrono>
 #include <deque>
 #include <functional>
@@ -126,6 +127,7 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     void handleSendFailure(const Reply& reply, const TransportError& error, bool retry);
     [[nodiscard]] bool serverAddressPresent() const;
     void persist();
+    void clearAwayReplaced();
 
     void watch();
     void watchOpenCard();
@@ -157,7 +159,10 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     std::string interfaceName_;               ///< Changes when the adapter comes back under another name.
     bool isOpen_ = false;                     ///< The transport is open and watched.
     LeaseTable table_;
-    LeaseDocument document_; ///< As it was saved last.
+    LeaseDocument document_;  ///< As it was saved last.
+    FileDescriptor saved_;    ///< The file that was saved last.
+    FileDescriptor replaced_; ///< The one in whose place it was put.
+    const std::shared_ptr<std::atomic<bool>> isClearing_ = std::make_shared<std::atomic<bool>>(false);
     PresenceMap presence_;
     std::optional<Burst> burst_; ///< Present while waiting datagrams are being handled.
     bool isCarryingOut_ = false;
@@ -183,6 +188,7 @@ class DHCPServer : public std::enable_shared_from_this<DHCPServer> {
     // Last, so destroyed first: no handler and no job outlives what it touches.
     SerialQueue queue_{"tarnwick.server"};
     ConcurrentQueue probeQueue_{"tarnwick.presence"};
+    ConcurrentQueue clearingQueue_{"tarnwick.clearing"};
     std::unique_ptr<Subscription> readSource_;
     std::unique_ptr<Subscription> watchTimer_;
     std::unique_ptr<Subscription> presenceTimer_;

@@ -9,10 +9,11 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <sys/socket.h>
 
-/// What sockets need of the host beyond what every system names alike. A function that returns an `int` gives 0, or the
-/// error number of the system call that was refused.
+struct msghdr;
+
+/// What sockets need of the host beyond what every system names alike. Unless it says
+/// otherwise, a function that returns an `int` gives 0, or the error number of the system call that was refused.
 namespace DHCPCore::Sockets {
 
 /// Opens a socket that is close-on-exec and never raises SIGPIPE; not open on failure, with `errno` saying why.
@@ -42,16 +43,14 @@ namespace DHCPCore::Sockets {
 /// Waits so long for something to read. @return whether there is something. (Linux/, Darwin/)
 [[nodiscard]] bool awaitReadable(const FileDescriptor& socket, std::chrono::nanoseconds patience);
 
-/// A datagram to be received: where to, as for recvmsg(2), and then of what size it was.
-struct Incoming {
-    msghdr header{};
-    std::size_t size = 0;
-};
+constexpr std::size_t mostReceivedAtOnce = 16; ///< More would save little, and take room.
 
-/// Receives the datagrams that wait, at most so many, with one call where the system has one for it; `EAGAIN` when
-/// there is none. An error that comes after some is left for the next call. (Linux/, Darwin/)
+/// Receives datagrams that wait, one for each message at most, and not always all of them; `EAGAIN` when there is none.
+/// An error that comes after some is left for the next call. (Linux/, Darwin/)
+/// @param messages from one to `mostReceivedAtOnce`, as for recvmsg(2).
+/// @param sizes as many: the sizes of the datagrams.
 /// @return how many; -1 on failure, with `errno` saying why.
-[[nodiscard]] int receive(const FileDescriptor& socket, std::span<Incoming> room);
+[[nodiscard]] int receive(const FileDescriptor& socket, std::span<msghdr> messages, std::span<std::size_t> sizes);
 
 /// The destination of a datagram, and where it must come from.
 struct Route {

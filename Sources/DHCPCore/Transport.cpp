@@ -93,21 +93,21 @@ struct UDPTransport::Room {
     iovec payload;
 
     /// As recvmsg(2) takes it.
-    msghdr header() {
+    msghdr message() {
         payload = {.iov_base = bytes.data(), .iov_len = bytes.size()};
-        msghdr header{};
-        header.msg_name = &source;
-        header.msg_namelen = sizeof source;
-        header.msg_iov = &payload;
-        header.msg_iovlen = 1;
-        header.msg_control = control.data();
-        header.msg_controllen = controlLength;
-        return header;
+        msghdr message{};
+        message.msg_name = &source;
+        message.msg_namelen = sizeof source;
+        message.msg_iov = &payload;
+        message.msg_iovlen = 1;
+        message.msg_control = control.data();
+        message.msg_controllen = controlLength;
+        return message;
     }
 
-    [[nodiscard]] Datagram datagram(const Sockets::Incoming& incoming) const {
-        const auto controlCount = std::min<std::size_t>(incoming.header.msg_controllen, control.size());
-        return {.bytes = Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(incoming.size)),
+    [[nodiscard]] Datagram datagram(const msghdr& received, std::size_t size) const {
+        const auto controlCount = std::min<std::size_t>(received.msg_controllen, control.size());
+        return {.bytes = Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size)),
                 .interfaceIndex = Sockets::arrivalInterface(std::span(control).first(controlCount)),
                 .source = IPv4Address{ntohl(source.sin_addr.s_addr)},
                 .sourcePort = ntohs(source.sin_port)};
@@ -153,12 +153,12 @@ std::optional<Datagram> UDPTransport::receive() {
 }
 
 std::vector<Datagram> UDPTransport::receiveSome(std::size_t most) {
-    constexpr std::size_t mostAtOnce = 16; // more would save little, and take room
-    room_.resize(mostAtOnce);
-    std::array<Sockets::Incoming, mostAtOnce> incoming{};
-    std::ranges::transform(room_, incoming.begin(),
-                           [](Room& room) { return Sockets::Incoming{.header = room.header()}; });
-    const int received = Sockets::receive(socket_, std::span(incoming).first(std::min(most, mostAtOnce)));
+    room_.resize(Sockets::mostReceivedAtOnce);
+    std::array<msghdr, Sockets::mostReceivedAtOnce> messages{};
+    std::array<std::size_t, Sockets::mostReceivedAtOnce> sizes{};
+    std::ranges::transform(room_, messages.begin(), [](Room& room) { return room.message(); });
+    const std::size_t asked = std::clamp<std::size_t>(most, 1, messages.size());
+    const int received = Sockets::receive(socket_, std::span(messages).first(asked), std::span(sizes).first(asked));
     if (received < 0) {
         const int error = errno;
         if (error == EAGAIN) {
@@ -170,7 +170,7 @@ std::vector<Datagram> UDPTransport::receiveSome(std::size_t most) {
     std::vector<Datagram> datagrams;
     datagrams.reserve(count);
     for (std::size_t place = 0; place < count; ++place) {
-        datagrams.push_back(room_[place].datagram(incoming[place]));
+        datagrams.push_back(room_[place].datagram(messages[place], sizes[place]));
     }
     return datagrams;
 }

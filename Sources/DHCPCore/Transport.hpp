@@ -79,8 +79,8 @@ class UDPTransport {
     /// One read; nothing when no datagram is waiting. @throws TransportError
     [[nodiscard]] std::optional<Datagram> receive();
 
-    /// What waits, at most so many datagrams, and not always all of it; none when nothing is waiting. @throws
-    /// TransportError
+    /// What waits, at most so many datagrams (one or more), and not always all of it; none when nothing is waiting.
+    /// @throws TransportError
     [[nodiscard]] virtual std::vector<Datagram> receiveSome(std::size_t most);
 
     /// Waits so long for a datagram. @return whether there is something to read.

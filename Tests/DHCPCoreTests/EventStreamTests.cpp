@@ -48,6 +48,29 @@ TEST(EventStreamTest, DeliversValuesThatCameTogetherInTheirOrder) {
     }
 }
 
+TEST(EventStreamTest, DeliversManyInTheirOrderHoweverTheyCame) {
+    EventStream<int> stream;
+    int yielded = 0;
+    int expected = 0;
+    for (const int together : {100, 3, 64, 1, 200}) {
+        for (int count = 0; count < 70; ++count) {
+            stream.yield(yielded++);
+        }
+        std::vector<int> values;
+        for (int count = 0; count < together; ++count) {
+            values.push_back(yielded++);
+        }
+        stream.yieldAll(values);
+        for (int count = 0; count < together; ++count) {
+            EXPECT_EQ(stream.next(), expected++);
+        }
+    }
+    while (expected < yielded) {
+        EXPECT_EQ(stream.next(), expected++);
+    }
+    EXPECT_EQ(stream.waiting(), 0U);
+}
+
 TEST(EventStreamTest, GivesBackTheRoomOfWhatIsTaken) {
     EventStream<int> stream;
     std::vector<int> values(100, 1);

@@ -30,6 +30,22 @@ class FileReplacementTest : public testing::Test {
     std::filesystem::path file = folder / "leases.json";
 };
 
+TEST_F(FileReplacementTest, KeepsTheContentThatIsReplacedForWhoHoldsIt) {
+    const FileDescriptor held = replaceFile(file, "old");
+    replaceFile(file, "newer");
+    struct stat status {};
+    ASSERT_EQ(::fstat(held.number(), &status), 0);
+    EXPECT_EQ(status.st_size, 3);
+    EXPECT_EQ(status.st_nlink, 0U);
+    EXPECT_EQ(readText(file), "newer");
+}
+
+TEST_F(FileReplacementTest, LeavesTheFileUnlocked) {
+    const FileDescriptor held = replaceFile(file, "text");
+    const FileDescriptor other(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(::flock(other.number(), LOCK_EX | LOCK_NB), 0);
+}
+
 TEST_F(FileReplacementTest, RemovesWhatAKilledReplacementLeft) {
     writeText(file, "old");
     writeText(folder / leftover, "ne");

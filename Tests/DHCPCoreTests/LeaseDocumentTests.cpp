@@ -62,6 +62,30 @@ TEST(LeaseDocumentTest, WritesAnyBytesAsTheJSONLibraryDoes) {
     EXPECT_EQ(written(table), expected(table));
 }
 
+TEST(LeaseDocumentTest, LeavesOutWhatIsGoneHoweverManySideBySide) {
+    constexpr std::uint32_t count = 200;
+    struct Stretch {
+        std::uint32_t first;
+        std::uint32_t last;
+    };
+    for (const Stretch stretch : {Stretch{.first = 0, .last = 63}, Stretch{.first = 64, .last = 127},
+                                  Stretch{.first = 120, .last = 199}, Stretch{.first = 0, .last = 199}}) {
+        SCOPED_TRACE(stretch.first);
+        LeaseTable table;
+        for (std::uint32_t number = 0; number < count; ++number) {
+            table.upsert(boundLease(client(number), ip(1)));
+        }
+        LeaseDocument document;
+        EXPECT_EQ(written(document, table), expected(table));
+        for (std::uint32_t number = stretch.first; number <= stretch.last; ++number) {
+            table.remove(client(number));
+        }
+        EXPECT_EQ(written(document, table), expected(table));
+        table.upsert(boundLease(client(count), ip(1)));
+        EXPECT_EQ(written(document, table), expected(table));
+    }
+}
+
 TEST(LeaseDocumentTest, FollowsATableThroughEveryChange) {
     std::mt19937 random(11);
     const auto below = [&random](std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); };

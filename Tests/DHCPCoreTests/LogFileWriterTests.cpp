@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -60,6 +61,19 @@ class LogFileWriterTest : public testing::Test {
 TEST_F(LogFileWriterTest, NamesTheFileByTheDay) {
     EXPECT_EQ(LogFileWriter::fileName(date), "2025-01-31.log");
     EXPECT_EQ(LogFileWriter::fileName(std::chrono::sys_days{987y / 6 / 5}), "0987-06-05.log");
+}
+
+TEST_F(LogFileWriterTest, WritesManyLinesInTheirOrder) {
+    LogFileWriter writer(root.path());
+    std::string expected;
+    for (std::size_t number = 0; number < 5000; ++number) {
+        const std::string line = std::to_string(number) + std::string(number == 1000 ? 100'000 : number % 60, '.');
+        expected += line + "\n";
+        writer.append(line, date);
+    }
+    writer.flush();
+    EXPECT_EQ(readText(dayFile()), expected);
+    EXPECT_EQ(writer.waiting(), 0U);
 }
 
 TEST_F(LogFileWriterTest, TakesTheDayInTheHostsZone) {

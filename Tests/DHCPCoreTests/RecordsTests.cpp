@@ -74,6 +74,18 @@ TEST(RecordsTest, HaveANewSerialWhenReplacedAndThatOfAGapWhenTakenOut) {
     EXPECT_EQ(records.serials().at(1), Records<std::string>::gap);
 }
 
+TEST(RecordsTest, AreNoneOnceTheyAreMovedElsewhere) {
+    Records<std::string> records(Texts{"a", "b", "c"});
+    records.take(1);
+    Records<std::string> others = std::move(records);
+    EXPECT_EQ(others.all(), (Texts{"a", "c"}));
+    EXPECT_EQ(others.size(), 2U);
+    EXPECT_TRUE(records.empty()); // NOLINT(bugprone-use-after-move): that is the question
+    records = std::move(others);
+    EXPECT_EQ(records.size(), 2U);
+    EXPECT_TRUE(others.empty()); // NOLINT(bugprone-use-after-move): likewise
+}
+
 TEST(RecordsTest, AreEqualWhateverGapsTheyHave) {
     Records<std::string> some(Texts{"a", "b", "c"});
     some.take(1);

@@ -7,8 +7,10 @@
 #include <cstddef>
 #include <fcntl.h>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <sys/socket.h>
+#include <utility>
 #include <vector>
 
 namespace DHCPCore::TestSupport {
@@ -42,15 +44,23 @@ class FakeHost::Wire : public UDPTransport {
     }
 
     std::vector<Datagram> receiveSome(std::size_t most) override {
-        char byte = 0;
-        if (most == 0 || ::recv(fd(), &byte, 1, MSG_DONTWAIT) != 1) {
-            return {};
+        std::vector<Datagram> datagrams;
+        while (datagrams.size() < most && !failure_) {
+            char byte = 0;
+            if (::recv(fd(), &byte, 1, MSG_DONTWAIT) != 1) {
+                return datagrams;
+            }
+            Arrival arrival = host_->takeArrival();
+            if (const int* code = std::get_if<int>(&arrival)) {
+                failure_ = *code;
+            } else {
+                datagrams.push_back(std::get<Datagram>(std::move(arrival)));
+            }
         }
-        Arrival arrival = host_->takeArrival();
-        if (const int* code = std::get_if<int>(&arrival)) {
-            throw TransportError("recvmsg", *code);
+        if (datagrams.empty()) {
+            throw TransportError("recvmsg", std::exchange(failure_, std::nullopt).value());
         }
-        return {std::get<Datagram>(std::move(arrival))};
+        return datagrams;
     }
 
     void send(std::span<const std::uint8_t> bytes, const ReplyDestination& destination) override {
@@ -60,6 +70,7 @@ class FakeHost::Wire : public UDPTransport {
   private:
     std::shared_ptr<FakeHost> host_;
     IPv4Address serverIP_;
+    std::optional<int> failure_; ///< Told once what came before it is received.
 };
 
 /// A timer, as long as it is kept.

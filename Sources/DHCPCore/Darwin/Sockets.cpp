@@ -60,17 +60,14 @@ bool awaitReadable(const FileDescriptor& socket, std::chrono::nanoseconds patien
     return ::poll(&waiting, 1, static_cast<int>(std::min<decltype(milliseconds)>(milliseconds, 1000))) > 0;
 }
 
-int receive(const FileDescriptor& socket, std::span<Incoming> room) {
-    int count = 0;
-    for (Incoming& incoming : room) {
-        const ssize_t size = ::recvmsg(socket.number(), &incoming.header, 0);
-        if (size < 0) {
-            return count == 0 ? -1 : count;
-        }
-        incoming.size = static_cast<std::size_t>(size);
-        ++count;
+int receive(const FileDescriptor& socket, std::span<msghdr> messages, std::span<std::size_t> sizes) {
+    // One by one: there is no call for several, and an error after the first one would be lost.
+    const ssize_t size = ::recvmsg(socket.number(), &messages.front(), 0);
+    if (size < 0) {
+        return -1;
     }
-    return count;
+    sizes.front() = static_cast<std::size_t>(size);
+    return 1;
 }
 
 bool holdsAddress(const FileDescriptor& /*socket*/, std::uint32_t interfaceIndex, IPv4Address address) {

@@ -146,15 +146,16 @@ bool awaitReadable(const FileDescriptor& socket, std::chrono::nanoseconds patien
     return ::ppoll(&waiting, 1, &longest, nullptr) > 0;
 }
 
-int receive(const FileDescriptor& socket, std::span<Incoming> room) {
-    constexpr std::size_t mostAtOnce = 32;
-    std::array<mmsghdr, mostAtOnce> messages{};
-    const std::size_t asked = std::min(room.size(), mostAtOnce);
-    std::transform(room.begin(), room.begin() + static_cast<std::ptrdiff_t>(asked), messages.begin(),
-                   [](const Incoming& incoming) { return mmsghdr{.msg_hdr = incoming.header, .msg_len = 0}; });
-    const int count = ::recvmmsg(socket.number(), messages.data(), static_cast<unsigned>(asked), 0, nullptr);
+int receive(const FileDescriptor& socket, std::span<msghdr> messages, std::span<std::size_t> sizes) {
+    std::array<mmsghdr, mostReceivedAtOnce> together{};
+    const std::size_t asked = std::min(messages.size(), together.size());
+    for (std::size_t place = 0; place < asked; ++place) {
+        together[place].msg_hdr = messages[place];
+    }
+    const int count = ::recvmmsg(socket.number(), together.data(), static_cast<unsigned>(asked), 0, nullptr);
     for (std::size_t place = 0; std::cmp_less(place, count); ++place) {
-        room[place] = {.header = messages[place].msg_hdr, .size = messages[place].msg_len};
+        messages[place] = together[place].msg_hdr;
+        sizes[place] = together[place].msg_len;
     }
     return count;
 }
