@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <future>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -52,16 +54,15 @@ TEST(EventStreamTest, DeliversManyInTheirOrderHoweverTheyCame) {
     EventStream<int> stream;
     int yielded = 0;
     int expected = 0;
-    for (const int together : {100, 3, 64, 1, 200}) {
+    for (const std::size_t together : {100U, 3U, 64U, 1U, 200U}) {
         for (int count = 0; count < 70; ++count) {
             stream.yield(yielded++);
         }
-        std::vector<int> values;
-        for (int count = 0; count < together; ++count) {
-            values.push_back(yielded++);
-        }
+        std::vector<int> values(together);
+        std::iota(values.begin(), values.end(), yielded);
+        yielded += static_cast<int>(together);
         stream.yieldAll(values);
-        for (int count = 0; count < together; ++count) {
+        for (std::size_t count = 0; count < together; ++count) {
             EXPECT_EQ(stream.next(), expected++);
         }
     }

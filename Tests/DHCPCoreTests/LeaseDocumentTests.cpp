@@ -129,7 +129,8 @@ TEST(LeaseDocumentTest, TakesAnotherTableForWhatItIs) {
     EXPECT_EQ(written(document, first), expected(first));
     EXPECT_EQ(written(document, second), expected(second));
     EXPECT_EQ(written(document, {}), expected({}));
-    const LeaseTable copy = first;
+    LeaseTable copy;
+    copy = first;
     EXPECT_EQ(written(document, copy), expected(first));
 }
 
