@@ -147,6 +147,9 @@ TEST_F(CardLifeTest, OutlivesWhateverHappensToTheCardUnderTraffic) {
     setting.outputFile = folder() / "output"; // nobody would read a pipe meanwhile
     ToolProcess tool(setting);
     awaitService(wire, device.mac());
+    // From its first save on the server has its lease file open.
+    const DHCPPacket answer = messageIn(wire.ask(request(device.mac()).requesting("192.168.0.149"_ip)));
+    EXPECT_EQ(answer.messageType(), DHCPMessageType::ack);
     const auto descriptors = entries(tool, "fd");
 
     constexpr int cyclesBetweenLooks = 10;

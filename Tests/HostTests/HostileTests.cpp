@@ -45,6 +45,8 @@ TEST_F(FullPoolTest, KeepsItsDeviceAndItsDescriptorsWhenAThousandStrangersAskAtO
     const Wire theirs(strangers.network(), "eth0");
     ToolProcess tool(servingFullPool(device.mac()));
     started(tool);
+    // From its first save on the server has its lease file open.
+    EXPECT_EQ(messageIn(wire.ask(request(device.mac()).from("192.168.0.100"_ip))).messageType(), DHCPMessageType::ack);
     const auto open = entries(tool, "fd");
 
     constexpr std::uint32_t count = 1000;
